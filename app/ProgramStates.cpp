@@ -1,0 +1,65 @@
+#include "ProgramStates.h"
+
+#include <cassert>
+
+std::atomic<bool> ProgramStates::bool_attributes[ProgramStates::kBoolCount];
+std::atomic<int> ProgramStates::int_attributes[ProgramStates::kIntCount];
+double ProgramStates::double_attributes[ProgramStates::kDoubleCount];
+QString ProgramStates::qstring_attributes[ProgramStates::kStringCount];
+
+void ProgramStates::resetStates() {
+  for (auto& b : bool_attributes) b = false;
+  for (auto& i : int_attributes) i = 0;
+  for (double& d : double_attributes) d = 0.0;
+  for (QString& s : qstring_attributes) s = QString();
+}
+
+void ProgramStates::setBoolAttr(int key, bool value) {
+  assert(key >= 0 && key < kBoolCount);
+  bool_attributes[key] = value;
+}
+
+bool ProgramStates::getBoolAttr(int key) {
+  assert(key >= 0 && key < kBoolCount);
+  return bool_attributes[key];
+}
+
+void ProgramStates::switchBoolAttr(int key) {
+  assert(key >= 0 && key < kBoolCount);
+  bool_attributes[key] = !bool_attributes[key].load();
+}
+
+void ProgramStates::setIntAttr(int key, int value) {
+  assert(key >= 0 && key < kIntCount);
+  int_attributes[key] = value;
+}
+
+int ProgramStates::getIntAttr(int key) {
+  assert(key >= 0 && key < kIntCount);
+  return int_attributes[key];
+}
+
+std::atomic<int>& ProgramStates::intAttr(int key) {
+  assert(key >= 0 && key < kIntCount);
+  return int_attributes[key];
+}
+
+void ProgramStates::setDoubleAttr(int key, double value) {
+  assert(key >= 0 && key < kDoubleCount);
+  double_attributes[key] = value;
+}
+
+double ProgramStates::getDoubleAttr(int key) {
+  assert(key >= 0 && key < kDoubleCount);
+  return double_attributes[key];
+}
+
+double& ProgramStates::doubleAttr(int key) {
+  assert(key >= 0 && key < kDoubleCount);
+  return double_attributes[key];
+}
+
+QString& ProgramStates::qstringAttr(int key) {
+  assert(key >= 0 && key < kStringCount);
+  return qstring_attributes[key];
+}

@@ -1,0 +1,26 @@
+# CUDA is optional at build time (on when nvcc is found) and at run time (the same binary takes
+# the CPU path where no device or driver exists: the runtime is linked statically and finds the
+# driver when the program starts).
+include(CheckLanguage)
+check_language(CUDA)
+set(_mapura_cuda_default OFF)
+if(CMAKE_CUDA_COMPILER)
+  set(_mapura_cuda_default ON)
+endif()
+option(MAPURA_WITH_CUDA "Build the CUDA kernels" ${_mapura_cuda_default})
+
+if(MAPURA_WITH_CUDA)
+  if(NOT CMAKE_CUDA_COMPILER)
+    message(FATAL_ERROR "MAPURA_WITH_CUDA=ON but no CUDA compiler (nvcc) was found")
+  endif()
+  if(NOT DEFINED CMAKE_CUDA_ARCHITECTURES)
+    set(CMAKE_CUDA_ARCHITECTURES 75 87 90)
+  endif()
+  enable_language(CUDA)
+  set(CMAKE_CUDA_STANDARD 17)
+  set(CMAKE_CUDA_STANDARD_REQUIRED ON)
+  find_package(CUDAToolkit REQUIRED)
+  message(STATUS "CUDA kernels: on (${CMAKE_CUDA_COMPILER_VERSION}, archs ${CMAKE_CUDA_ARCHITECTURES})")
+else()
+  message(STATUS "CUDA kernels: off (CPU path only)")
+endif()

@@ -1,0 +1,10 @@
+# MAPURA_SANITIZER=address|undefined|thread|address,undefined applies to every target.
+if(MAPURA_SANITIZER)
+  set(_san_flags -fsanitize=${MAPURA_SANITIZER} -fno-omit-frame-pointer -g)
+  if(MAPURA_SANITIZER MATCHES "undefined")
+    list(APPEND _san_flags -fno-sanitize-recover=undefined)
+  endif()
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX,C>:${_san_flags}>)
+  add_link_options(-fsanitize=${MAPURA_SANITIZER})
+  message(STATUS "Sanitizers: ${MAPURA_SANITIZER}")
+endif()

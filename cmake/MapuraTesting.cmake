@@ -1,0 +1,33 @@
+# add_mapura_test(NAME name SOURCES ... [LIBS ...] [LABELS ...] [TIMEOUT s])
+#   A GoogleTest executable; each test case becomes a ctest test.
+# add_mapura_qtest(NAME name SOURCES ... [LIBS ...] [LABELS ...] [TIMEOUT s])
+#   A Qt Test executable (one ctest test); needs a display (the test command runs under xvfb-run).
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(add_mapura_test)
+  cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} mapura::test_utils GTest::gtest GTest::gtest_main
+                                          mapura::warnings)
+  set(_props TIMEOUT ${T_TIMEOUT} ENVIRONMENT "MAPURA_SHARED_DATA=${MAPURA_SHARED_DATA_DIR}")
+  if(T_LABELS)
+    list(APPEND _props LABELS "${T_LABELS}")
+  endif()
+  gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${_props})
+endfunction()
+
+function(add_mapura_qtest)
+  cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} Qt5::Test mapura::warnings)
+  add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+  set_tests_properties(${T_NAME} PROPERTIES LABELS "gui;${T_LABELS}" TIMEOUT ${T_TIMEOUT}
+    ENVIRONMENT "MAPURA_SHARED_DATA=${MAPURA_SHARED_DATA_DIR}")
+endfunction()

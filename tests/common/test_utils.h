@@ -1,0 +1,23 @@
+// Helpers shared by the tests: where the shared data sets are, scratch folders.
+#pragma once
+
+#include <string>
+
+namespace mapura::test {
+
+/// Folder of the shared data sets ($MAPURA_SHARED_DATA, else ../shared/data beside the checkout).
+std::string sharedDataDir();
+
+/// `sharedDataDir() + "/" + relative`, or an empty string when it does not exist.
+std::string sharedDataPath(const std::string& relative);
+
+/// A fresh, empty folder under the build tree for one test; removed at the next call with the
+/// same name.
+std::string scratchDir(const std::string& name);
+
+}  // namespace mapura::test
+
+/// Skips the current GoogleTest test when a shared data path is missing.
+#define MAPURA_REQUIRE_SHARED(var, relative)                        \
+  const std::string var = ::mapura::test::sharedDataPath(relative); \
+  if (var.empty()) GTEST_SKIP() << "shared data missing: " << (relative)
