@@ -3,6 +3,7 @@
 #include "pv/camera.h"
 
 #include "core/internal/camera_state.h"
+#include "core/internal/coordinates.h"
 #include "core/internal/error.h"
 #include "core/internal/gpu_memory.h"
 
@@ -26,7 +27,10 @@ ERROR_CODE Camera::open(InitParameters init_parameters) {
   return fail(ERROR_CODE::INVALID_KTR_FILE, "recordings cannot be read by this build yet");
 }
 
-void Camera::close() { state_->opened = false; }
+void Camera::close() {
+  internal::closeModules(*state_);
+  state_->opened = false;
+}
 bool Camera::isOpened() const { return state_->opened; }
 
 ERROR_CODE Camera::grab(RuntimeParameters) {
@@ -34,9 +38,6 @@ ERROR_CODE Camera::grab(RuntimeParameters) {
 }
 ERROR_CODE Camera::retrieveImage(Mat&, VIEW, MEM, Resolution) {
   return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "retrieveImage on a closed camera");
-}
-ERROR_CODE Camera::retrieveMeasure(Mat&, MEASURE, MEM, Resolution) {
-  return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "retrieveMeasure on a closed camera");
 }
 CameraInformation Camera::getCameraInformation(Resolution) const { return state_->information; }
 InitParameters Camera::getInitParameters() const { return state_->init_parameters; }
@@ -51,45 +52,19 @@ ERROR_CODE Camera::setCameraSettings(VIDEO_SETTINGS, int) {
 int Camera::getCameraSettings(VIDEO_SETTINGS) const { return -1; }
 CUcontext Camera::getCUDAContext() const { return internal::cudaPrimaryContext(); }
 
-ERROR_CODE Camera::enablePositionalTracking(PositionalTrackingParameters) {
-  return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "enablePositionalTracking on a closed camera");
-}
-POSITIONAL_TRACKING_STATE Camera::getPosition(Pose& pose, REFERENCE_FRAME) {
-  pose = Pose();
-  return POSITIONAL_TRACKING_STATE::OFF;
-}
-ERROR_CODE Camera::saveAreaMap(const String&) {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "positional tracking is not enabled");
-}
-void Camera::disablePositionalTracking(const String&) {}
-bool Camera::isPositionalTrackingEnabled() const { return false; }
-
-ERROR_CODE Camera::enableSpatialMapping(SpatialMappingParameters) {
-  return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "enableSpatialMapping on a closed camera");
-}
-void Camera::disableSpatialMapping() {}
-SPATIAL_MAPPING_STATE Camera::getSpatialMappingState() { return SPATIAL_MAPPING_STATE::NOT_ENABLED; }
-void Camera::requestSpatialMapAsync() {}
-ERROR_CODE Camera::getSpatialMapRequestStatusAsync() {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping is not enabled");
-}
-ERROR_CODE Camera::retrieveSpatialMapAsync(Mesh&) {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping is not enabled");
-}
-ERROR_CODE Camera::retrieveSpatialMapAsync(FusedPointCloud&) {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping is not enabled");
-}
-ERROR_CODE Camera::extractWholeSpatialMap(Mesh&) {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping is not enabled");
-}
-ERROR_CODE Camera::extractWholeSpatialMap(FusedPointCloud&) {
-  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping is not enabled");
-}
-SpatialMappingParameters Camera::getSpatialMappingParameters() const { return SpatialMappingParameters(); }
-
 ERROR_CODE Camera::enableRecording(RecordingParameters) {
   return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "enableRecording on a closed camera");
 }
 void Camera::disableRecording() {}
+
+namespace internal {
+void closeModules(CameraState& state) {
+  state.depth_module.reset();
+  state.tracking_module.reset();
+  state.mapping_module.reset();
+  state.depth = DepthData();
+  state.tracking = TrackingData();
+}
+}  // namespace internal
 
 }  // namespace pv

@@ -1,14 +1,82 @@
-// Private state behind pv::Camera.
+// Private state behind pv::Camera, shared by the modules that make up a grab:
+// input (core/camera.cpp, input/), depth (depth/), tracking (tracking/), mapping (mapping/).
+// Everything here is in the IMAGE frame (x right, y down, z forward) and metres; conversion to
+// the application's coordinate system and unit happens at the public interface.
 #pragma once
+
+#include <Eigen/Core>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <opencv2/core.hpp>
 
 #include "pv/camera.h"
 
 namespace pv::internal {
 
+/// Intrinsics of the rectified pair (both eyes share them), pixels and metres.
+struct RectifiedCalibration {
+  double fx = 0, fy = 0, cx = 0, cy = 0;
+  double baseline_m = 0;
+  cv::Size size;  ///< one eye
+};
+
+/// The frame of the last successful grab.
+struct FrameData {
+  cv::Mat left_bgr, right_bgr;    ///< rectified, CV_8UC3
+  cv::Mat left_gray, right_gray;  ///< rectified, CV_8UC1
+  uint64_t timestamp_ns = 0;
+  int index = -1;  ///< frame index in a recording, running count for live input
+  bool valid = false;
+};
+
+/// Depth of the last grab at the left image's full resolution (filled by the depth module).
+struct DepthData {
+  cv::Mat depth_m;       ///< CV_32F, NaN where invalid
+  cv::Mat confidence;    ///< CV_32F, 1 (sure) .. 100 (unsure); NaN where invalid
+  cv::Mat disparity_px;  ///< CV_32F, full-resolution pixels; NaN where invalid
+  bool valid = false;
+};
+
+/// Tracking result of the last grab (filled by the tracking module).
+struct TrackingData {
+  POSITIONAL_TRACKING_STATE state = POSITIONAL_TRACKING_STATE::OFF;
+  Eigen::Matrix4f T_world_camera = Eigen::Matrix4f::Identity();  ///< IMAGE axes, metres
+  Eigen::Matrix4f T_prev_camera = Eigen::Matrix4f::Identity();   ///< motion since the previous frame
+  int confidence = 0;
+};
+
+// Modules keep their own state behind these (declared in their own internal headers).
+class DepthModule;
+class TrackingModule;
+class MappingModule;
+
 struct CameraState {
   bool opened = false;
   InitParameters init_parameters;
   CameraInformation information;
+  RectifiedCalibration calibration;
+  RuntimeParameters runtime;  ///< of the last grab
+
+  FrameData frame;
+  DepthData depth;
+  TrackingData tracking;
+
+  // Module state; shared_ptr so that this header needs no module header.
+  std::shared_ptr<DepthModule> depth_module;
+  std::shared_ptr<TrackingModule> tracking_module;
+  std::shared_ptr<MappingModule> mapping_module;
+
+  /// Input behind the camera (recording, virtual or live); owned by core/camera.cpp.
+  std::shared_ptr<void> input;
 };
+
+// Steps of a grab after the frame is decoded and rectified, each defined by its module and
+// called by Camera::grab in this order. Each returns SUCCESS or the code grab should return.
+ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime);
+ERROR_CODE trackingStep(CameraState& state);
+ERROR_CODE mappingStep(CameraState& state);
+/// Called by Camera::close so modules release their state.
+void closeModules(CameraState& state);
 
 }  // namespace pv::internal

@@ -1,0 +1,1 @@
+target_sources(pv_pavo PRIVATE ${CMAKE_CURRENT_LIST_DIR}/camera_depth.cpp)
