@@ -12,6 +12,9 @@ ERROR_CODE Camera::retrieveMeasure(Mat&, MEASURE, MEM, Resolution) {
 }
 
 namespace internal {
+ERROR_CODE depthView(const CameraState&, VIEW, cv::Mat&) {
+  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "depth is not available in this build");
+}
 ERROR_CODE depthStep(CameraState& state, const RuntimeParameters&) {
   state.depth.valid = false;
   return ERROR_CODE::SUCCESS;

@@ -21,6 +21,9 @@ void Camera::disablePositionalTracking(const String&) {}
 bool Camera::isPositionalTrackingEnabled() const { return false; }
 
 namespace internal {
+ERROR_CODE trackingView(const CameraState&, cv::Mat&) {
+  return fail(ERROR_CODE::MODULE_NOT_ENABLED, "tracking is not available in this build");
+}
 ERROR_CODE trackingStep(CameraState&) { return ERROR_CODE::SUCCESS; }
 }  // namespace internal
 

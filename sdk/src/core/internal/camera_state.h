@@ -76,6 +76,10 @@ struct CameraState {
 ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime);
 ERROR_CODE trackingStep(CameraState& state);
 ERROR_CODE mappingStep(CameraState& state);
+/// Draws DEPTH or DEPTH_COLOR of the last grab as CV_8UC4 (BGRA) at native resolution (depth/).
+ERROR_CODE depthView(const CameraState& state, VIEW view, cv::Mat& bgra);
+/// Draws the TRACKING view of the last grab as CV_8UC4 (BGRA) at native resolution (tracking/).
+ERROR_CODE trackingView(const CameraState& state, cv::Mat& bgra);
 /// Called by Camera::close so modules release their state.
 void closeModules(CameraState& state);
 
