@@ -306,18 +306,20 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
       if (have_uv) out.uv.resize(e.count);
     }
     for (uint64_t i = 0; i < e.count; ++i) {
-      if (!cursor.startRecord()) return FileResult::failure("PLY data truncated in " + e.name);
+      if (!cursor.startRecord()) return FileResult::failure("PLY data ends early or has too few values in " + e.name);
       for (const Property& p : e.properties) {
         double v = 0;
         if (p.count_type != Type::NONE) {
           double count_value = 0;
-          if (!cursor.read(p.count_type, count_value)) return FileResult::failure("PLY data truncated in " + e.name);
+          if (!cursor.read(p.count_type, count_value))
+            return FileResult::failure("PLY data ends early or has too few values in " + e.name);
           if (!(count_value >= 0) || count_value != std::floor(count_value) || count_value > 1e6)
             return FileResult::failure("bad PLY list length in " + e.name);
           const size_t count = size_t(count_value);
           if (p.role == Role::FACE_INDICES) polygon.resize(count);
           for (size_t k = 0; k < count; ++k) {
-            if (!cursor.read(p.type, v)) return FileResult::failure("PLY data truncated in " + e.name);
+            if (!cursor.read(p.type, v))
+              return FileResult::failure("PLY data ends early or has too few values in " + e.name);
             if (p.role != Role::FACE_INDICES) continue;
             if (!(v >= 0) || v > 4294967295.0 || v != std::floor(v))
               return FileResult::failure("PLY face index out of range");
@@ -329,7 +331,8 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
           }
           continue;
         }
-        if (!cursor.read(p.type, v)) return FileResult::failure("PLY data truncated in " + e.name);
+        if (!cursor.read(p.type, v))
+          return FileResult::failure("PLY data ends early or has too few values in " + e.name);
         switch (p.role) {
           case Role::X: out.positions[i].x = float(v); break;
           case Role::Y: out.positions[i].y = float(v); break;
