@@ -10,7 +10,6 @@ bool unavailable(const char* what) {
 }
 }  // namespace
 
-bool Mesh::filter(MeshFilterParameters, bool) { return unavailable("Mesh::filter"); }
 bool Mesh::applyTexture(MESH_TEXTURE_FORMAT) { return unavailable("Mesh::applyTexture"); }
 
 }  // namespace pv

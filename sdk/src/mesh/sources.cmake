@@ -5,6 +5,7 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/file_util.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mesh_convert.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mesh_files.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/mesh_filter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/pending.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../io/ply_reader.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../io/ply_writer.cpp
