@@ -5,9 +5,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "io/internal/ply.h"
 #include "mesh/internal/file_util.h"
+#include "mesh/internal/polygon.h"
 
 namespace pv::internal {
 namespace {
@@ -157,7 +159,14 @@ unsigned char colorByte(double v, Type t) {
   if (!std::isfinite(v)) return 0;
   if (t == Type::F32 || t == Type::F64) v *= 255.0;
   if (t == Type::U16) v /= 257.0;
-  return static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
+  return static_cast<unsigned char>(std::lround(std::clamp(v, 0.0, 255.0)));
+}
+
+// Narrowing that saturates to infinity instead of leaving the float range (undefined behaviour).
+float toFloat(double v) {
+  if (v > double(std::numeric_limits<float>::max())) return std::numeric_limits<float>::infinity();
+  if (v < -double(std::numeric_limits<float>::max())) return -std::numeric_limits<float>::infinity();
+  return float(v);
 }
 
 struct Header {
@@ -283,6 +292,9 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
   const size_t bytes_per_value = h.format == Format::ASCII ? 2 : 1;
   bool have_normals = false, have_colors = false, have_uv = false;
   std::vector<unsigned> polygon;
+  std::vector<float3> corner_positions;
+  std::vector<uint3> local;
+  bool vertices_read = false;
   for (const Element& e : h.elements) {
     if (e.properties.empty()) continue;
     size_t min_bytes = 0;
@@ -295,9 +307,9 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
     bool is_vertex = false;
     for (const Property& p : e.properties) {
       is_vertex |= isVertexRole(p.role);
-      have_normals |= p.role == Role::NX;
-      have_colors |= p.role == Role::RED;
-      have_uv |= p.role == Role::U;
+      have_normals |= p.role == Role::NX || p.role == Role::NY || p.role == Role::NZ;
+      have_colors |= p.role == Role::RED || p.role == Role::GREEN || p.role == Role::BLUE;
+      have_uv |= p.role == Role::U || p.role == Role::V;
     }
     if (is_vertex) {
       out.positions.resize(e.count);
@@ -327,29 +339,43 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
           }
           if (p.role == Role::FACE_INDICES) {
             if (count < 3) return FileResult::failure("PLY face with fewer than three vertices");
-            for (size_t k = 1; k + 1 < count; ++k) out.triangles.push_back({polygon[0], polygon[k], polygon[k + 1]});
+            if (count == 3) {
+              out.triangles.push_back({polygon[0], polygon[1], polygon[2]});
+            } else {
+              // Polygons are clipped in their plane once the vertices are known, else fanned.
+              corner_positions.clear();
+              for (size_t k = 0; k < count && vertices_read; ++k)
+                if (polygon[k] < out.positions.size()) corner_positions.push_back(out.positions[polygon[k]]);
+              local.clear();
+              if (corner_positions.size() == count)
+                triangulatePolygon(corner_positions, local);
+              else
+                for (unsigned k = 1; k + 1 < count; ++k) local.push_back({0u, k, k + 1});
+              for (const uint3& t : local) out.triangles.push_back({polygon[t.x], polygon[t.y], polygon[t.z]});
+            }
           }
           continue;
         }
         if (!cursor.read(p.type, v))
           return FileResult::failure("PLY data ends early or has too few values in " + e.name);
         switch (p.role) {
-          case Role::X: out.positions[i].x = float(v); break;
-          case Role::Y: out.positions[i].y = float(v); break;
-          case Role::Z: out.positions[i].z = float(v); break;
-          case Role::NX: out.normals[i].x = float(v); break;
-          case Role::NY: out.normals[i].y = float(v); break;
-          case Role::NZ: out.normals[i].z = float(v); break;
+          case Role::X: out.positions[i].x = toFloat(v); break;
+          case Role::Y: out.positions[i].y = toFloat(v); break;
+          case Role::Z: out.positions[i].z = toFloat(v); break;
+          case Role::NX: out.normals[i].x = toFloat(v); break;
+          case Role::NY: out.normals[i].y = toFloat(v); break;
+          case Role::NZ: out.normals[i].z = toFloat(v); break;
           case Role::RED: out.colors[i].x = colorByte(v, p.type); break;
           case Role::GREEN: out.colors[i].y = colorByte(v, p.type); break;
           case Role::BLUE: out.colors[i].z = colorByte(v, p.type); break;
-          case Role::U: out.uv[i].x = float(v); break;
-          case Role::V: out.uv[i].y = 1.f - float(v); break;
+          case Role::U: out.uv[i].x = toFloat(v); break;
+          case Role::V: out.uv[i].y = 1.f - toFloat(v); break;
           default: break;
         }
       }
       cursor.endRecord();
     }
+    vertices_read |= is_vertex;
   }
   for (const float3& p : out.positions)
     if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))

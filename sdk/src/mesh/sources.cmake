@@ -7,6 +7,7 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/mesh_files.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mesh_filter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/mesh_texture.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/polygon.cpp
   ${CMAKE_CURRENT_LIST_DIR}/texture_atlas.cpp
   ${CMAKE_CURRENT_LIST_DIR}/texture_select.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../io/ply_reader.cpp

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -261,6 +262,15 @@ TEST(MeshFiles, ReadsPlyVariants) {
   EXPECT_FALSE(ok) << "a non-finite position";
   loadText(dir, "a.ply", header + "0 0 0\n1 0 0\n0 1 0\n2 0 1\n", &ok);
   EXPECT_FALSE(ok) << "a two-corner face";
+  // A misspelt header line leaves green without red (found by fuzzing): read, not crashed.
+  pv::Mesh green = loadText(dir, "a.ply",
+                            "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                            "property float z\nproserty float red\nproperty float green\nelement face 1\n"
+                            "property list uchar int vertex_indices\nend_header\n0 0 0 1\n1 0 0 1\n0 1 0 1\n3 0 1 2\n",
+                            &ok);
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(green.colors.size(), 3u);
+  EXPECT_EQ(green.colors[0], pv::uchar3(0, 255, 0));
   std::string huge = header;
   huge.replace(huge.find("vertex 3"), 8, "vertex 999999999999");
   loadText(dir, "a.ply", huge + "0 0 0\n", &ok);
@@ -296,6 +306,21 @@ TEST(MeshFiles, ReadsObjVariants) {
   for (size_t i = 0; i < m.uv.size(); ++i)
     found_top_right |= m.uv[i] == pv::float2(1.f, 0.f) && m.vertices[i] == pv::float3(1, 1, 0);
   EXPECT_TRUE(found_top_right);
+
+  // A concave "U": clipped in its plane the triangles cover exactly its area (5); a fan from
+  // the first corner would cover 7.
+  pv::Mesh u = loadText(dir, "u.obj",
+                        "v 0 0 0\nv 0 0 3\nv 0 2 3\nv 0 2 2\nv 0 1 2\nv 0 1 1\nv 0 2 1\nv 0 2 0\n"
+                        "f 1 2 3 4 5 6 7 8\n",
+                        &ok);
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(u.getNumberOfTriangles(), 6u);
+  double area = 0;
+  for (const pv::uint3& t : u.triangles) {
+    const pv::float3 a = u.vertices[t.y] - u.vertices[t.x], b = u.vertices[t.z] - u.vertices[t.x];
+    area += 0.5 * std::fabs(double(a.y) * b.z - double(a.z) * b.y);
+  }
+  EXPECT_NEAR(area, 5.0, 1e-6);
 
   loadText(dir, "bad.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 4\n", &ok);
   EXPECT_FALSE(ok) << "position index out of range";
