@@ -7,6 +7,8 @@
 #include <exception>
 #include <numeric>
 
+#include <tbb/parallel_for.h>
+
 #include "core/internal/error.h"
 #include "mesh/internal/chunking.h"
 #include "mesh/internal/mesh_filter.h"
@@ -15,6 +17,8 @@
 namespace pv {
 namespace internal {
 namespace {
+
+constexpr size_t kSimplifyPieceTriangles = 65536;
 
 float3 cross(const float3& a, const float3& b) {
   return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
@@ -115,15 +119,37 @@ float medianEdgeLength(const Mesh& m) {
 }
 
 void simplify(Mesh& m, float target_ratio, float max_error_abs) {
-  const size_t index_count = m.triangles.size() * 3;
-  const size_t target = size_t(double(index_count) * target_ratio) / 3 * 3;
-  const float scale = meshopt_simplifyScale(&m.vertices[0].x, m.vertices.size(), sizeof(float3));
-  if (!(scale > 0.f)) return;
-  std::vector<unsigned> out(index_count);
-  const size_t n = meshopt_simplify(out.data(), &m.triangles[0].x, index_count, &m.vertices[0].x, m.vertices.size(),
-                                    sizeof(float3), target, max_error_abs / scale, 0, nullptr);
-  m.triangles.resize(n / 3);
-  std::copy(out.begin(), out.begin() + long(n), &m.triangles[0].x);
+  // Spatial pieces are simplified in parallel with their borders locked, so the pieces still
+  // meet exactly and weld back into one mesh.
+  Mesh pieces;
+  pieces.vertices = std::move(m.vertices);
+  pieces.triangles = std::move(m.triangles);
+  pieces.normals = std::move(m.normals);
+  pieces.colors = std::move(m.colors);
+  pieces.uv = std::move(m.uv);
+  buildMeshChunks(pieces, kSimplifyPieceTriangles);
+  pieces.vertices.clear();
+  pieces.triangles.clear();
+  tbb::parallel_for(size_t(0), pieces.chunks.size(), [&](size_t c) {
+    Chunk& chunk = pieces.chunks[c];
+    const size_t index_count = chunk.triangles.size() * 3;
+    const float scale = meshopt_simplifyScale(&chunk.vertices[0].x, chunk.vertices.size(), sizeof(float3));
+    if (!(scale > 0.f)) return;
+    const size_t target = size_t(double(index_count) * target_ratio) / 3 * 3;
+    std::vector<unsigned> out(index_count);
+    const size_t n =
+        meshopt_simplify(out.data(), &chunk.triangles[0].x, index_count, &chunk.vertices[0].x, chunk.vertices.size(),
+                         sizeof(float3), target, max_error_abs / scale, meshopt_SimplifyLockBorder, nullptr);
+    chunk.triangles.resize(n / 3);
+    std::copy(out.begin(), out.begin() + long(n), &chunk.triangles[0].x);
+  });
+  pieces.updateMeshFromChunkList();
+  m.vertices = std::move(pieces.vertices);
+  m.triangles = std::move(pieces.triangles);
+  m.normals = std::move(pieces.normals);
+  m.colors = std::move(pieces.colors);
+  m.uv = std::move(pieces.uv);
+  if (!m.triangles.empty()) weldVertices(m);
 }
 
 void smoothTaubin(Mesh& m, int iterations) {

@@ -22,7 +22,8 @@ void removeSmallFragments(Mesh& m, size_t min_triangles);
 /// Median length of a sample of edges; the filter's stand-in for the voxel size.
 float medianEdgeLength(const Mesh& m);
 /// Collapses edges (meshoptimizer) towards `target_ratio` of the triangles while the error stays
-/// under `max_error_abs` (mesh units).
+/// under `max_error_abs` (mesh units); spatial pieces are simplified in parallel, their borders
+/// kept, and welded back together.
 void simplify(Mesh& m, float target_ratio, float max_error_abs);
 /// Taubin smoothing (lambda 0.5, mu -0.53) over the vertex neighbourhoods.
 void smoothTaubin(Mesh& m, int iterations);
