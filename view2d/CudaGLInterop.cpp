@@ -12,14 +12,15 @@ QString errorName(cudaError_t result) { return result == cudaSuccess ? QString()
 
 }  // namespace
 
-QString registerTexture(unsigned int texture, cudaGraphicsResource** resource, cudaArray** array) {
-  cudaError_t result = cudaGraphicsGLRegisterImage(resource, texture, GL_TEXTURE_2D, cudaGraphicsRegisterFlagsNone);
+QString registerTexture(unsigned int texture, cudaGraphicsResource** resource) {
+  return errorName(cudaGraphicsGLRegisterImage(resource, texture, GL_TEXTURE_2D, cudaGraphicsRegisterFlagsNone));
+}
+
+QString mappedArray(cudaGraphicsResource* resource, cudaArray** array) {
+  cudaError_t result = cudaGraphicsMapResources(1, &resource, 0);
   if (result != cudaSuccess) return errorName(result);
-  result = cudaGraphicsMapResources(1, resource, 0);
-  if (result != cudaSuccess) return errorName(result);
-  // The array stays valid after the unmap and is written by every later copy without mapping again.
-  const cudaError_t got = cudaGraphicsSubResourceGetMappedArray(array, *resource, 0, 0);
-  result = cudaGraphicsUnmapResources(1, resource, 0);
+  const cudaError_t got = cudaGraphicsSubResourceGetMappedArray(array, resource, 0, 0);
+  result = cudaGraphicsUnmapResources(1, &resource, 0);
   return errorName(got != cudaSuccess ? got : result);
 }
 

@@ -15,10 +15,14 @@ struct cudaArray;
 
 namespace view2d {
 
-/// Registers the GL texture `texture` (a GL_TEXTURE_2D name) with CUDA, maps it once, takes the
-/// CUDA array of array index 0, mip level 0, and unmaps it again. Returns an empty string on
-/// success, else the CUDA error name of the failed call.
-QString registerTexture(unsigned int texture, cudaGraphicsResource** resource, cudaArray** array);
+/// Registers the GL texture `texture` (a GL_TEXTURE_2D name) with CUDA, without flags. Returns an
+/// empty string on success, else the CUDA error name.
+QString registerTexture(unsigned int texture, cudaGraphicsResource** resource);
+
+/// Maps the resource once, takes its CUDA array (array index 0, mip level 0) and unmaps it again;
+/// the array is then written by copyToArray without mapping again. Returns an empty string or the
+/// CUDA error name of the first failed call.
+QString mappedArray(cudaGraphicsResource* resource, cudaArray** array);
 
 /// Copies `height` rows of `width_bytes` from device memory (`src`, `src_step` bytes per row) to
 /// the array at offset (0, 0), device to device. Returns an empty string or the CUDA error name.

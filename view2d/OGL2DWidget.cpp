@@ -111,20 +111,22 @@ void OGL2DWidget::InitGLProcess(CUctx_st*& context, pv::Mat& frameBuffer) {
   }
   glBindTexture(GL_TEXTURE_2D, 0);
 
-  if (interop_ && !setUpCudaCopy()) return;
+  if (interop_ && !cudaStep(CudaStep::Register)) return;
 
   resizeGL(int(width() * devicePixelRatioF()), int(height() * devicePixelRatioF()));
   createShader();
   tex_coords_ = {QVector2D(0, 1), QVector2D(1, 1), QVector2D(0, 0), QVector2D(1, 0)};
   vertices_ = {QVector3D(-1, -1, 0), QVector3D(1, -1, 0), QVector3D(-1, 1, 0), QVector3D(1, 1, 0)};
+  if (interop_ && !cudaStep(CudaStep::MapArray)) return;
   matrix_.setToIdentity();
   emit init(true);
   ready_ = true;
 }
 
-bool OGL2DWidget::setUpCudaCopy() {
+bool OGL2DWidget::cudaStep(CudaStep step) {
 #ifdef MAPURA_VIEW2D_CUDA
-  const QString error = view2d::registerTexture(texture_, &graphics_resource_, &texture_array_);
+  const QString error = step == CudaStep::Register ? view2d::registerTexture(texture_, &graphics_resource_)
+                                                   : view2d::mappedArray(graphics_resource_, &texture_array_);
   if (error.isEmpty()) return true;
   qDebug().noquote() << QString(" CUDA Initialisation failed : ") + error;
 #endif

@@ -56,7 +56,9 @@ class OGL2DWidget : public QGLWidget {
   void paintGL() override;
 
  private:
-  bool setUpCudaCopy();
+  enum class CudaStep { Register, MapArray };
+  /// One step of the CUDA side of InitGLProcess; logs the failure and returns false.
+  bool cudaStep(CudaStep step);
   void uploadFromHost();
   /// Host-readable pixels of the frame buffer and their row step, or null when there are none.
   const unsigned char* hostPixels(size_t* step_bytes) const;

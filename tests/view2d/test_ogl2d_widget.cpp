@@ -191,6 +191,7 @@ class TestOGL2DWidget : public QObject {
     CUctx_st* context = pv::internal::cudaPrimaryContext();
 
     pv::Mat empty;
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("U8_C4"));
     widget->InitGLProcess(context, empty);
     pv::Mat grey(64, 72, pv::MAT_TYPE::U8_C1, pv::MEM::GPU);
     QVERIFY(grey.isInit());
