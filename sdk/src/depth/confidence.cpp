@@ -24,7 +24,7 @@ cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_
   if (!lr_diff_px.empty()) {
     CV_Assert(lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F);
     cv::Mat lr = lr_diff_px / kLrDiffForFullDoubt;
-    lr.setTo(0, lr != lr);
+    lr.setTo(0, invalidMask(lr));
     doubt = cv::max(doubt, lr);
   }
   cv::Mat conf = 1.f + 99.f * cv::min(doubt, 1.f);

@@ -15,7 +15,7 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
   cv::Mat disparity = stereo.disparity_px.clone();
   cv::Mat confidence = stereo.confidence.clone();
 
-  cv::Mat reject = disparity != disparity;  // already invalid
+  cv::Mat reject = invalidMask(disparity);  // already invalid
   if (p.confidence_threshold < 100) reject |= confidence > static_cast<float>(p.confidence_threshold);
   if (p.texture_confidence_threshold < 100)
     reject |= stereo.texture_confidence > static_cast<float>(p.texture_confidence_threshold);
@@ -32,7 +32,7 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
     fillHoles(disparity);
     confidence.setTo(100.f, reject);
   }
-  confidence.setTo(kNaN, disparity != disparity);
+  confidence.setTo(kNaN, invalidMask(disparity));
 
   DepthData out;
   cv::divide(focal_baseline, disparity, out.depth_m, CV_32F);  // NaN stays NaN

@@ -13,7 +13,7 @@ cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px, 
   if (!lr_diff_px.empty()) {
     CV_Assert(lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F);
     cv::Mat diff = lr_diff_px.clone();
-    diff.setTo(0, diff != diff);
+    diff.setTo(0, invalidMask(diff));
     cv::exp(-diff.mul(diff), weight);
   }
   weight.setTo(0, ~valid);

@@ -9,7 +9,7 @@ void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px
   // OpenCV's region growing works on 1/16-pixel fixed point; -1 marks holes.
   cv::Mat fixed16;
   disparity_px.convertTo(fixed16, CV_16S, 16.0);
-  const cv::Mat invalid = disparity_px != disparity_px;
+  const cv::Mat invalid = invalidMask(disparity_px);
   fixed16.setTo(-16, invalid);
   cv::filterSpeckles(fixed16, -16, max_speckle_px, static_cast<double>(max_diff_px) * 16.0);
   disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), fixed16 == -16);

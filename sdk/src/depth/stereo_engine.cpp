@@ -94,13 +94,13 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     // Pixels it invents take the doubt of their neighbourhood.
     disparity = filterEdgeAware(disparity, lr_diff, left, recipe.edge_lambda, recipe.edge_sigma);
     cv::Mat doubt = confidence.clone();
-    doubt.setTo(100.f, doubt != doubt);
+    doubt.setTo(100.f, invalidMask(doubt));
     cv::Mat recomputed = disparityConfidence(disparity, cv::Mat());
     confidence = cv::max(recomputed, cv::min(doubt, 100.f));
   }
   out.disparity_px = disparity;
   out.confidence = confidence;
-  out.confidence.setTo(std::numeric_limits<float>::quiet_NaN(), disparity != disparity);
+  out.confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
   out.texture_confidence = textureConfidence(left);
 }
 

@@ -7,6 +7,15 @@
 
 namespace pv::internal {
 
+/// 255 where `m` (CV_32F) holds a number, 0 where NaN. (OpenCV's `m != m` misses NaN in its
+/// vectorised path, `m == m` does not.)
+inline cv::Mat validMask(const cv::Mat& m) { return m == m; }
+/// 255 where `m` (CV_32F) is NaN.
+inline cv::Mat invalidMask(const cv::Mat& m) {
+  cv::Mat valid = m == m;
+  return ~valid;
+}
+
 /// Semi-global matching settings (see semi_global_matching.cpp).
 struct MatchParameters {
   int num_disparities = 64;       ///< search range 0..num-1, a multiple of 16
