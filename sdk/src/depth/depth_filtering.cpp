@@ -17,8 +17,11 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
 
   cv::Mat reject = invalidMask(disparity);  // already invalid
   if (p.confidence_threshold < 100) reject |= confidence > static_cast<float>(p.confidence_threshold);
-  if (p.texture_confidence_threshold < 100)
-    reject |= stereo.texture_confidence > static_cast<float>(p.texture_confidence_threshold);
+  if (p.texture_confidence_threshold < 100) {
+    const cv::Mat texture =
+        stereo.texture_confidence.empty() ? textureConfidence(left_gray) : stereo.texture_confidence;
+    reject |= texture > static_cast<float>(p.texture_confidence_threshold);
+  }
   if (p.remove_saturated_areas) reject |= saturationMask(left_gray);
   // The distance limits as disparities: nearer than the minimum is a larger disparity.
   const float max_disparity =

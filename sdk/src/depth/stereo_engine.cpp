@@ -101,7 +101,7 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   out.disparity_px = disparity;
   out.confidence = confidence;
   out.confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
-  out.texture_confidence = textureConfidence(left);
+  if (params.with_texture_confidence) out.texture_confidence = textureConfidence(left);
 }
 
 }  // namespace

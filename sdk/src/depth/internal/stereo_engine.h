@@ -12,13 +12,14 @@ namespace pv::internal {
 struct StereoParameters {
   DEPTH_MODE mode = DEPTH_MODE::QUALITY;  ///< PERFORMANCE, QUALITY or ULTRA
   int max_disparity_px = 128;             ///< search range at the input's resolution, pixels
+  bool with_texture_confidence = true;    ///< also fill StereoOutput::texture_confidence
 };
 
 /// Result at the input's full resolution.
 struct StereoOutput {
   cv::Mat disparity_px;        ///< CV_32F, NaN where invalid
   cv::Mat confidence;          ///< CV_32F, 1 (sure) .. 100 (unsure), NaN where invalid
-  cv::Mat texture_confidence;  ///< CV_32F, 1 (strong texture) .. 100 (flat)
+  cv::Mat texture_confidence;  ///< CV_32F, 1 (strong texture) .. 100 (flat); empty when not asked for
   double elapsed_ms = 0;
 };
 
