@@ -5,13 +5,18 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <limits>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "core/internal/camera_state.h"
+#include "depth/internal/depth_module.h"
 #include "depth/internal/stereo_dataset.h"
 #include "depth/internal/stereo_engine.h"
+#include "pv/camera.h"
 
 namespace {
 
@@ -44,6 +49,98 @@ void printLine(const std::string& label, const DisparityErrors& e, double ms) {
               e.bad1_pct, e.bad2_pct, e.mae_px, e.valid_pct, ms);
 }
 
+// Pixel-weighted sum of the figures of several frames.
+struct Totals {
+  double bad1 = 0, bad2 = 0, abs_sum = 0, valid = 0, pixels = 0, ms = 0;
+  int frames = 0;
+  void add(const DisparityErrors& e, double elapsed_ms) {
+    bad1 += e.bad1_pct * e.pixels / 100;
+    bad2 += e.bad2_pct * e.pixels / 100;
+    const double n_valid = e.valid_pct * e.pixels / 100;
+    abs_sum += e.mae_px * n_valid;
+    valid += n_valid;
+    pixels += e.pixels;
+    ms += elapsed_ms;
+    ++frames;
+  }
+  DisparityErrors errors() const {
+    DisparityErrors e;
+    if (pixels <= 0) return e;
+    e.pixels = static_cast<int>(pixels);
+    e.bad1_pct = 100 * bad1 / pixels;
+    e.bad2_pct = 100 * bad2 / pixels;
+    e.valid_pct = 100 * valid / pixels;
+    e.mae_px = valid > 0 ? abs_sum / valid : 0;
+    return e;
+  }
+  double msPerFrame() const { return frames ? ms / frames : 0; }
+};
+
+// A recording against its ground-truth depth folder (NNNNNN.png, uint16 millimetres, 0 unknown):
+// the depth module's disparity on `frames` frames spread over the recording, beside SGBM on the
+// same rectified pairs. Times are the matching alone (decoding and rectification left out).
+int evalRecording(const std::string& path, const std::string& gt_dir, const std::vector<pv::DEPTH_MODE>& modes,
+                  int frames) {
+  Totals base;
+  bool base_done = false;
+  for (pv::DEPTH_MODE mode : modes) {
+    pv::Camera camera;
+    pv::InitParameters init;
+    init.input.setFromKTRFile(path.c_str());
+    init.depth_mode = mode;
+    init.coordinate_units = pv::UNIT::METER;
+    init.depth_minimum_distance = 0.1f;
+    init.depth_maximum_distance = 100.f;
+    const pv::ERROR_CODE err = camera.open(init);
+    if (err != pv::ERROR_CODE::SUCCESS)
+      return pavo::failure(
+          kName, "cannot open " + path + ": " + pv::toString(err).c_str() + " (" + pv::lastErrorDetail().c_str() + ")");
+    const int count = camera.getKTRNumberOfFrames();
+    if (count <= 0) return pavo::failure(kName, path + " holds no frames");
+    const int used = std::min(frames, count);
+    Totals ours;
+    for (int k = 0; k < used; ++k) {
+      const int index = static_cast<int>(static_cast<long>(k) * count / used);
+      char name[32];
+      std::snprintf(name, sizeof(name), "/%06d.png", index);
+      const cv::Mat gt_mm = cv::imread(gt_dir + name, cv::IMREAD_UNCHANGED);
+      if (gt_mm.empty() || gt_mm.type() != CV_16UC1)
+        return pavo::failure(kName, "missing or unreadable ground truth " + gt_dir + name + " (uint16 PNG expected)");
+      camera.setKTRPosition(index);
+      const pv::ERROR_CODE grabbed = camera.grab();
+      if (grabbed != pv::ERROR_CODE::SUCCESS)
+        return pavo::failure(kName, "frame " + std::to_string(index) + ": " + pv::toString(grabbed).c_str());
+      const pv::internal::CameraState& state = *camera.state();
+      if (gt_mm.size() != state.frame.left_gray.size())
+        return pavo::failure(kName, "the ground truth's size differs from the recording's");
+      cv::Mat gt_disparity;
+      gt_mm.convertTo(gt_disparity, CV_32F);
+      cv::divide(state.calibration.fx * state.calibration.baseline_m * 1000.0, gt_disparity, gt_disparity);
+      gt_disparity.setTo(std::numeric_limits<float>::quiet_NaN(), gt_mm == 0);
+      const cv::Mat mask = pv::internal::visibleInRight(gt_disparity);
+      ours.add(pv::internal::compareDisparity(state.depth.disparity_px, gt_disparity, mask),
+               state.depth_module ? state.depth_module->lastElapsedMs() : 0);
+      if (!base_done) {
+        const int range = std::min(pv::internal::disparityRangeFor(state.calibration, init.depth_minimum_distance),
+                                   state.frame.left_gray.cols);
+        const auto t0 = std::chrono::steady_clock::now();
+        const cv::Mat d = pv::internal::baselineSgbmDisparity(state.frame.left_gray, state.frame.right_gray, range);
+        base.add(pv::internal::compareDisparity(d, gt_disparity, mask),
+                 std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+      }
+    }
+    if (!base_done)
+      std::printf("recording %s: %d of %d frames, %dx%d\n", path.c_str(), used, count,
+                  camera.state()->frame.left_gray.cols, camera.state()->frame.left_gray.rows);
+    base_done = true;
+    printLine("mode=" + lower(pv::toString(mode).c_str()), ours.errors(), ours.msPerFrame());
+    const DisparityErrors b = base.errors();
+    if (b.bad2_pct > 0) std::printf("%-13s bad2_ratio=%.3f\n", "", ours.errors().bad2_pct / b.bad2_pct);
+  }
+  printLine("baseline=sgbm", base.errors(), base.msPerFrame());
+  return 0;
+}
+
 // Search range: the data set's own unless it is a placeholder (half the width or more, as some
 // calib.txt files give), then 1.5 times the largest ground-truth disparity.
 int searchRange(const StereoSample& s) {
@@ -56,7 +153,7 @@ int searchRange(const StereoSample& s) {
 int runEvalDepth(int argc, char** argv) {
   pavo::Args args(argc, argv);
   if (!args.error().empty()) return pavo::usageError(kName, args.error());
-  const auto unknown = args.unknown({"mode", "max-disparity", "repeat", "gt-depth"});
+  const auto unknown = args.unknown({"mode", "max-disparity", "repeat", "gt-depth", "frames"});
   if (!unknown.empty()) return pavo::usageError(kName, "unknown option --" + unknown.front());
   if (args.positional().size() != 1) return pavo::usageError(kName, "expects one folder (or recording)");
   std::vector<pv::DEPTH_MODE> modes;
@@ -68,9 +165,18 @@ int runEvalDepth(int argc, char** argv) {
   if (!ok_repeat || repeat < 1 || repeat > 1000) return pavo::usageError(kName, "--repeat must be 1..1000");
   if (!ok_range || forced_range < 0) return pavo::usageError(kName, "--max-disparity must be a positive number");
 
+  bool ok_frames = true;
+  const int frames = static_cast<int>(args.getNumber("frames", 20, &ok_frames));
+  if (!ok_frames || frames < 1) return pavo::usageError(kName, "--frames must be a positive number");
+
   const std::string input = args.positional().front();
-  if (args.has("gt-depth") || (input.size() > 4 && lower(input.substr(input.size() - 4)) == ".ktr"))
-    return pavo::failure(kName, "evaluating a recording against --gt-depth is not supported by this build yet");
+  const bool recording = input.size() > 4 && lower(input.substr(input.size() - 4)) == ".ktr";
+  if (recording != args.has("gt-depth"))
+    return pavo::usageError(kName, "a recording needs --gt-depth DIR, and --gt-depth only goes with a recording");
+  if (recording && forced_range > 0)
+    return pavo::usageError(kName,
+                            "a recording is matched over the camera's own range; --max-disparity is for folders");
+  if (recording) return evalRecording(input, args.get("gt-depth"), modes, frames);
 
   StereoSample sample;
   std::string error;
@@ -120,5 +226,7 @@ int runEvalDepth(int argc, char** argv) {
 
 }  // namespace
 
-PAVO_COMMAND("eval depth", "DIR [--mode performance|quality|ultra|all] [--max-disparity N] [--repeat N]",
+PAVO_COMMAND("eval depth",
+             "DIR | FILE.ktr --gt-depth DIR [--mode performance|quality|ultra|all] [--max-disparity N] [--repeat N] "
+             "[--frames N]",
              "disparity error of the depth modes against ground truth, beside OpenCV's StereoSGBM", runEvalDepth);
