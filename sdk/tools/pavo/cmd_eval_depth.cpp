@@ -78,9 +78,10 @@ struct Totals {
 
 // A recording against its ground-truth depth folder (NNNNNN.png, uint16 millimetres, 0 unknown):
 // the depth module's disparity on `frames` frames spread over the recording, beside SGBM on the
-// same rectified pairs. Times are the matching alone (decoding and rectification left out).
+// same rectified pairs. Times are the matching alone (decoding and rectification left out). With
+// `views_dir`, the DEPTH_COLOR view of each frame is written there as NNNNNN_<mode>.png.
 int evalRecording(const std::string& path, const std::string& gt_dir, const std::vector<pv::DEPTH_MODE>& modes,
-                  int frames) {
+                  int frames, const std::string& views_dir) {
   Totals base;
   bool base_done = false;
   for (pv::DEPTH_MODE mode : modes) {
@@ -118,6 +119,14 @@ int evalRecording(const std::string& path, const std::string& gt_dir, const std:
       cv::divide(state.calibration.fx * state.calibration.baseline_m * 1000.0, gt_disparity, gt_disparity);
       gt_disparity.setTo(std::numeric_limits<float>::quiet_NaN(), gt_mm == 0);
       const cv::Mat mask = pv::internal::visibleInRight(gt_disparity);
+      if (!views_dir.empty()) {
+        cv::Mat picture;
+        const std::string stem = views_dir + name;
+        const std::string out = stem.substr(0, stem.size() - 4) + "_" + lower(pv::toString(mode).c_str()) + ".png";
+        if (pv::internal::depthView(state, pv::VIEW::DEPTH_COLOR, picture) != pv::ERROR_CODE::SUCCESS ||
+            !cv::imwrite(out, picture))
+          return pavo::failure(kName, "cannot write " + out);
+      }
       ours.add(pv::internal::compareDisparity(state.depth.disparity_px, gt_disparity, mask),
                state.depth_module ? state.depth_module->lastElapsedMs() : 0);
       if (!base_done) {
@@ -153,7 +162,7 @@ int searchRange(const StereoSample& s) {
 int runEvalDepth(int argc, char** argv) {
   pavo::Args args(argc, argv);
   if (!args.error().empty()) return pavo::usageError(kName, args.error());
-  const auto unknown = args.unknown({"mode", "max-disparity", "repeat", "gt-depth", "frames"});
+  const auto unknown = args.unknown({"mode", "max-disparity", "repeat", "gt-depth", "frames", "views"});
   if (!unknown.empty()) return pavo::usageError(kName, "unknown option --" + unknown.front());
   if (args.positional().size() != 1) return pavo::usageError(kName, "expects one folder (or recording)");
   std::vector<pv::DEPTH_MODE> modes;
@@ -176,7 +185,8 @@ int runEvalDepth(int argc, char** argv) {
   if (recording && forced_range > 0)
     return pavo::usageError(kName,
                             "a recording is matched over the camera's own range; --max-disparity is for folders");
-  if (recording) return evalRecording(input, args.get("gt-depth"), modes, frames);
+  if (!recording && args.has("views")) return pavo::usageError(kName, "--views goes with a recording");
+  if (recording) return evalRecording(input, args.get("gt-depth"), modes, frames, args.get("views"));
 
   StereoSample sample;
   std::string error;
@@ -228,5 +238,5 @@ int runEvalDepth(int argc, char** argv) {
 
 PAVO_COMMAND("eval depth",
              "DIR | FILE.ktr --gt-depth DIR [--mode performance|quality|ultra|all] [--max-disparity N] [--repeat N] "
-             "[--frames N]",
+             "[--frames N] [--views OUT_DIR]",
              "disparity error of the depth modes against ground truth, beside OpenCV's StereoSGBM", runEvalDepth);
