@@ -10,6 +10,8 @@ constexpr float kRoughnessForFullDoubt = 4.f;
 constexpr float kLrDiffForFullDoubt = 2.f;
 // Local contrast (grey-level standard deviation, 5x5) at which the texture doubt falls to 1/e.
 constexpr float kContrastScale = 6.f;
+// Pixels of full doubt weigh as little as ones whose views disagree by this many pixels.
+constexpr float kDoubtToDisagreement = 4.f;
 }  // namespace
 
 cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px) {
@@ -30,6 +32,22 @@ cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_
   cv::Mat conf = 1.f + 99.f * cv::min(doubt, 1.f);
   conf.setTo(std::numeric_limits<float>::quiet_NaN(), ~valid);
   return conf;
+}
+
+cv::Mat measurementWeight(const cv::Mat& confidence, const cv::Mat& lr_diff_px) {
+  CV_Assert(confidence.type() == CV_32F);
+  const cv::Mat valid = validMask(confidence);
+  cv::Mat u = (confidence - 1.f) * (kDoubtToDisagreement / 99.f);
+  if (!lr_diff_px.empty()) {
+    CV_Assert(lr_diff_px.size() == confidence.size() && lr_diff_px.type() == CV_32F);
+    cv::Mat lr = lr_diff_px.clone();
+    lr.setTo(0, invalidMask(lr));
+    u += lr;
+  }
+  cv::Mat weight;
+  cv::exp(-u.mul(u), weight);
+  weight.setTo(0, ~valid);
+  return weight;
 }
 
 cv::Mat textureConfidence(const cv::Mat& gray) {

@@ -92,7 +92,8 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   if (recipe.edge_aware) {
     // Guided by the full-resolution image; the filter also fills the holes the checks left.
     // Pixels it invents take the doubt of their neighbourhood.
-    disparity = filterEdgeAware(disparity, lr_diff, left, recipe.edge_lambda, recipe.edge_sigma);
+    disparity =
+        filterEdgeAware(disparity, measurementWeight(confidence, lr_diff), left, recipe.edge_lambda, recipe.edge_sigma);
     cv::Mat doubt = confidence.clone();
     doubt.setTo(100.f, invalidMask(doubt));
     cv::Mat recomputed = disparityConfidence(disparity, cv::Mat());

@@ -120,6 +120,15 @@ TEST(DepthStages, ConfidenceFollowsRoughnessAndDisagreement) {
   EXPECT_FLOAT_EQ(c.at<float>(10, 10), 100.f);  // at the step
   EXPECT_FLOAT_EQ(c.at<float>(15, 3), 100.f);   // two views disagree
   EXPECT_TRUE(std::isnan(c.at<float>(3, 3)));
+
+  // Weights for the edge-aware filter: sure and consistent 1, doubtful or disagreeing less, none
+  // where invalid.
+  lr.at<float>(10, 3) = 1.f;
+  const cv::Mat w = measurementWeight(c, lr);
+  EXPECT_FLOAT_EQ(w.at<float>(5, 3), 1.f);
+  EXPECT_NEAR(w.at<float>(10, 3), std::exp(-1.f), 1e-5);
+  EXPECT_LT(w.at<float>(10, 10), 1e-6f);
+  EXPECT_EQ(w.at<float>(3, 3), 0.f);
 }
 
 TEST(DepthStages, MatchersFindLeftAndRightDisparities) {

@@ -48,15 +48,20 @@ void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px
 cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size);
 
 /// Edge-aware smoothing of a disparity map guided by the left image (edge_aware_filter.cpp): a
-/// confidence-weighted fast global smoother; each measurement weighs exp(-lr_diff^2) (1 when
-/// `lr_diff_px` is empty), holes get values from similar-looking neighbours. `lambda` sets the
-/// smoothing strength, `sigma_color` the grey-level difference that stops it.
-cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px, const cv::Mat& guide_gray,
-                        double lambda, double sigma_color);
+/// weighted fast global smoother, smooth(w * d) / smooth(w), so values spread only between pixels
+/// that look alike in the guide; holes get values from similar-looking neighbours. `weight` CV_32F
+/// in 0..1 (empty: 1 for every valid pixel). `lambda` sets the strength, `sigma_color` the
+/// grey-level difference that stops it.
+cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight, const cv::Mat& guide_gray, double lambda,
+                        double sigma_color);
 
 /// Per-pixel doubt 1 (sure) .. 100 (unsure) from the disparity's local roughness and the
 /// left-right disagreement (`lr_diff_px`, may be empty) (confidence.cpp). NaN where invalid.
 cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px);
+/// Weight of each measurement for filterEdgeAware (confidence.cpp): exp(-u^2) with u the
+/// left-right disagreement in pixels (`lr_diff_px`, may be empty) plus four times the doubt
+/// fraction (confidence - 1) / 99; 0 where `confidence` is NaN.
+cv::Mat measurementWeight(const cv::Mat& confidence, const cv::Mat& lr_diff_px);
 /// Per-pixel doubt 1 (strong texture) .. 100 (flat) from the local contrast of `gray`.
 cv::Mat textureConfidence(const cv::Mat& gray);
 /// 255 where `gray` is saturated (>= 250), grown by two pixels.
