@@ -5,7 +5,7 @@
 namespace pv::internal {
 
 cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight_in, const cv::Mat& guide_gray, double lambda,
-                        double sigma_color) {
+                        double sigma_color, int iterations) {
   CV_Assert(disparity_px.type() == CV_32F && guide_gray.type() == CV_8UC1 && guide_gray.size() == disparity_px.size());
   const cv::Mat valid = validMask(disparity_px);
   cv::Mat weight;
@@ -19,8 +19,10 @@ cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight_in, c
   cv::Mat weighted = disparity_px.mul(weight);
   weighted.setTo(0, ~valid);
   cv::Mat num, den;
-  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weighted, num, lambda, sigma_color);
-  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weight, den, lambda, sigma_color);
+  constexpr double kLambdaAttenuation = 0.25;  // the smoother's default
+  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weighted, num, lambda, sigma_color, kLambdaAttenuation,
+                                         iterations);
+  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weight, den, lambda, sigma_color, kLambdaAttenuation, iterations);
   cv::Mat out;
   cv::divide(num, den, out);
   out.setTo(std::numeric_limits<float>::quiet_NaN(), den < 1e-3f);

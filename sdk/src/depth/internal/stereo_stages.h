@@ -51,9 +51,10 @@ cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size);
 /// weighted fast global smoother, smooth(w * d) / smooth(w), so values spread only between pixels
 /// that look alike in the guide; holes get values from similar-looking neighbours. `weight` CV_32F
 /// in 0..1 (empty: 1 for every valid pixel). `lambda` sets the strength, `sigma_color` the
-/// grey-level difference that stops it.
+/// grey-level difference that stops it, `iterations` the smoother's passes (1 is nearly as good
+/// as 3 here, at a third of the time).
 cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight, const cv::Mat& guide_gray, double lambda,
-                        double sigma_color);
+                        double sigma_color, int iterations = 1);
 
 /// Per-pixel doubt 1 (sure) .. 100 (unsure) from the disparity's local roughness and the
 /// left-right disagreement (`lr_diff_px`, may be empty) (confidence.cpp). NaN where invalid.
