@@ -43,6 +43,8 @@ ERROR_CODE DepthModule::step(CameraState& state, const RuntimeParameters& runtim
   if (!computeStereo(frame.left_gray, frame.right_gray, stereo_params, stereo, error))
     return fail(ERROR_CODE::FAILURE, error);
   last_elapsed_ms_ = stereo.elapsed_ms;
+  frame_index_ = frame.index;
+  frame_timestamp_ns_ = frame.timestamp_ns;
   state.depth = filterToDepth(stereo, frame.left_gray, calib.fx, calib.baseline_m, filter);
   return ERROR_CODE::SUCCESS;
 }
@@ -69,10 +71,18 @@ ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime) {
   }
 }
 
+namespace {
+// Depth of the last grab, not a leftover of an earlier one.
+bool hasCurrentDepth(const CameraState& state) {
+  return state.depth.valid && !state.depth.depth_m.empty() && state.depth_module &&
+         state.depth_module->computedFor(state.frame);
+}
+}  // namespace
+
 ERROR_CODE depthView(const CameraState& state, VIEW view, cv::Mat& bgra) {
   if (view != VIEW::DEPTH && view != VIEW::DEPTH_COLOR)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "not a depth view");
-  if (!state.depth.valid || state.depth.depth_m.empty())
+  if (!hasCurrentDepth(state))
     return fail(ERROR_CODE::MODULE_NOT_ENABLED, "no depth for the last grab (depth disabled or mode NONE)");
   try {
     bgra = drawDepth(state.depth.depth_m, view == VIEW::DEPTH_COLOR);
@@ -151,7 +161,7 @@ ERROR_CODE Camera::retrieveMeasure(Mat& mat, MEASURE measure, MEM mem, Resolutio
   if (!state.opened) return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "retrieveMeasure on a closed camera");
   if (mem != MEM::CPU && mem != MEM::GPU && mem != MEM::BOTH)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown memory type");
-  if (!state.depth.valid || state.depth.depth_m.empty())
+  if (!internal::hasCurrentDepth(state))
     return fail(ERROR_CODE::MODULE_NOT_ENABLED, "no depth for the last grab (depth disabled or mode NONE)");
   const cv::Size native = state.depth.depth_m.size();
   cv::Size size = native;

@@ -38,10 +38,17 @@ class DepthModule {
   /// Runs the engine and the filters on the state's frame; fills state.depth.
   ERROR_CODE step(CameraState& state, const RuntimeParameters& runtime);
   double lastElapsedMs() const { return last_elapsed_ms_; }
+  /// True when the depth in the state was computed for `frame` (a grab with depth disabled
+  /// leaves the previous frame's depth behind, which must not be handed out).
+  bool computedFor(const FrameData& frame) const {
+    return frame.valid && frame.index == frame_index_ && frame.timestamp_ns == frame_timestamp_ns_;
+  }
 
  private:
   DEPTH_MODE mode_;
   double last_elapsed_ms_ = 0;
+  int frame_index_ = -2;
+  uint64_t frame_timestamp_ns_ = 0;
 };
 
 /// Draws DEPTH (grey, near bright) or DEPTH_COLOR (colour map from near to far, invalid black) of
