@@ -177,6 +177,108 @@ void AreaMemory::optimise() {
   optimisePoseGraph(map_, edges, map_.keyframes.begin()->first);
 }
 
+void AreaMemory::refineByProjection(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors,
+                                    PlaceMatch& match) {
+  // Every landmark described in a keyframe near the found pose, with its latest descriptor.
+  std::map<int, cv::Mat> described;
+  const Eigen::Vector3d position = match.T_world_camera.translation();
+  const Eigen::Vector3d axis = match.T_world_camera.linear().col(2);
+  for (const auto& [kid, kf] : map_.keyframes) {
+    if (kf.descriptors.empty() || (kf.T_world_camera.translation() - position).norm() > parameters_.loop_radius_m ||
+        kf.T_world_camera.linear().col(2).dot(axis) < 0.5)
+      continue;
+    for (size_t i = 0; i < kf.observations.size(); ++i)
+      described[kf.observations[i].landmark] = kf.descriptors.row(int(i));
+  }
+  const double cell = 8.0;
+  std::multimap<std::pair<int, int>, int> grid;
+  for (size_t q = 0; q < pixels.size(); ++q)
+    grid.emplace(std::make_pair(int(pixels[q].x / cell), int(pixels[q].y / cell)), int(q));
+  for (int round = 0; round < 2; ++round) {
+    const Eigen::Isometry3d T_cw = match.T_world_camera.inverse();
+    std::map<int, std::pair<int, int>> best;  // query -> (distance, landmark)
+    for (const auto& [lid, d] : described) {
+      auto lm = map_.landmarks.find(lid);
+      if (lm == map_.landmarks.end() || isZero(d)) continue;
+      double u, v;
+      if (!projectPoint(calibration_, T_cw * lm->second.p_world, u, v)) continue;
+      const int gx = int(u / cell), gy = int(v / cell);
+      for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx) {
+          auto range = grid.equal_range({gx + dx, gy + dy});
+          for (auto it = range.first; it != range.second; ++it) {
+            const cv::Point2f& p = pixels[size_t(it->second)];
+            if ((p.x - u) * (p.x - u) + (p.y - v) * (p.y - v) > cell * cell) continue;
+            const int h = int(cv::norm(descriptors.row(it->second), d, cv::NORM_HAMMING));
+            if (h > 50) continue;
+            auto b = best.find(it->second);
+            if (b == best.end() || h < b->second.first) best[it->second] = {h, lid};
+          }
+        }
+    }
+    std::vector<cv::Point3f> object;
+    std::vector<cv::Point2f> image;
+    std::vector<std::pair<int, int>> pairs;
+    for (const auto& [q, hl] : best) {
+      const Eigen::Vector3d& p = map_.landmarks[hl.second].p_world;
+      object.emplace_back(float(p.x()), float(p.y()), float(p.z()));
+      image.push_back(pixels[size_t(q)]);
+      pairs.emplace_back(q, hl.second);
+    }
+    if (int(object.size()) < parameters_.min_inliers) return;
+    Eigen::Isometry3d T = match.T_world_camera;
+    std::vector<char> inlier;
+    if (!refinePose(object, image, T, inlier)) return;
+    match.T_world_camera = T;
+    match.landmark_pairs.clear();
+    match.inliers = 0;
+    for (size_t k = 0; k < pairs.size(); ++k)
+      if (inlier[k]) {
+        match.landmark_pairs.push_back(pairs[k]);
+        ++match.inliers;
+      }
+  }
+}
+
+bool AreaMemory::refinePose(const std::vector<cv::Point3f>& object, const std::vector<cv::Point2f>& image,
+                            Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const {
+  const Eigen::Isometry3d T_cw = T_world_camera.inverse();
+  cv::Mat R(3, 3, CV_64F), rvec, tvec(3, 1, CV_64F);
+  for (int r = 0; r < 3; ++r) {
+    for (int c = 0; c < 3; ++c) R.at<double>(r, c) = T_cw.linear()(r, c);
+    tvec.at<double>(r) = T_cw.translation()[r];
+  }
+  cv::Rodrigues(R, rvec);
+  const double threshold = 2.0;
+  std::vector<cv::Point3f> o;
+  std::vector<cv::Point2f> i;
+  std::vector<cv::Point2f> projected;
+  for (int pass = 0; pass < 3; ++pass) {
+    cv::projectPoints(object, rvec, tvec, K_, cv::noArray(), projected);
+    o.clear();
+    i.clear();
+    inlier.assign(object.size(), 0);
+    for (size_t k = 0; k < object.size(); ++k) {
+      const cv::Point2f d = projected[k] - image[k];
+      if (d.dot(d) < (pass == 0 ? 4 : 1) * threshold * threshold) {
+        o.push_back(object[k]);
+        i.push_back(image[k]);
+        inlier[k] = 1;
+      }
+    }
+    if (int(o.size()) < parameters_.min_inliers) return false;
+    cv::solvePnPRefineLM(o, i, K_, cv::noArray(), rvec, tvec);
+  }
+  cv::Rodrigues(rvec, R);
+  Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
+  for (int r = 0; r < 3; ++r) {
+    for (int c = 0; c < 3; ++c) out.linear()(r, c) = R.at<double>(r, c);
+    out.translation()[r] = tvec.at<double>(r);
+  }
+  T_world_camera = out.inverse();
+  return true;
+}
+
 PlaceMatch AreaMemory::relocalise(const cv::Mat& left, const Eigen::Vector3d* near) {
   FeatureParameters fp;
   fp.cell_px = 24;
@@ -186,7 +288,9 @@ PlaceMatch AreaMemory::relocalise(const cv::Mat& left, const Eigen::Vector3d* ne
   for (const auto& [kid, kf] : map_.keyframes)
     if (!near || (kf.T_world_camera.translation() - *near).norm() < parameters_.loop_radius_m)
       candidates.push_back(kid);
-  return matchAgainst(pixels, descriptors, candidates, -1);
+  PlaceMatch match = matchAgainst(pixels, descriptors, candidates, -1);
+  if (match.found) refineByProjection(pixels, descriptors, match);
+  return match;
 }
 
 }  // namespace pv::internal

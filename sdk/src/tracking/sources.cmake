@@ -7,3 +7,5 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/tracking_engine.cpp
   ${CMAKE_CURRENT_LIST_DIR}/trajectory_eval.cpp
   ${CMAKE_CURRENT_LIST_DIR}/trajectory_store.cpp)
+# Area files are the tracking module's own format; their reader and writer live with the io code.
+target_sources(pv_pavo PRIVATE ${CMAKE_CURRENT_LIST_DIR}/../io/area_file.cpp)

@@ -30,7 +30,7 @@ void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
   if (area_.closeLoop(id, merged)) {
     odometry_.remapLandmarks(merged);
     odometry_.applyCorrection(map_.keyframes[id].T_world_camera * before.inverse());
-    trajectory_.refine(map_);
+    trajectory_->refine(map_);
   }
 }
 
@@ -50,8 +50,8 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
         out.confidence = std::min(100, match.inliers);
         out.used = o.used;
         if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
-        trajectory_.record(frame_index, o.reference_keyframe_id, map_.keyframes[o.reference_keyframe_id].T_world_camera,
-                           o.T_world_camera);
+        trajectory_->record(frame_index, o.reference_keyframe_id,
+                            map_.keyframes[o.reference_keyframe_id].T_world_camera, o.T_world_camera);
         T_world_last_ = o.T_world_camera;
         return out;
       }
@@ -85,7 +85,7 @@ EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, 
   lost_frames_ = 0;
   if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
   const Eigen::Isometry3d T = odometry_.pose();
-  trajectory_.record(frame_index, o.reference_keyframe_id, map_.keyframes[o.reference_keyframe_id].T_world_camera, T);
+  trajectory_->record(frame_index, o.reference_keyframe_id, map_.keyframes[o.reference_keyframe_id].T_world_camera, T);
   T_world_last_ = T;
   out.T_world_camera = T;
   out.confidence = o.confidence;
@@ -102,9 +102,9 @@ void TrackingEngine::finalise() {
     p.max_iterations = parameters_.final_iterations;
     p.threads = 2;
     bundleAdjust(map_, calibration_, ids, 1, p);
-    trajectory_.refine(map_);
+    trajectory_->refine(map_);
   }
-  trajectory_.setFinal(true);
+  trajectory_->setFinal(true);
 }
 
 }  // namespace pv::internal

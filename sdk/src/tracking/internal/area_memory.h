@@ -53,6 +53,12 @@ class AreaMemory {
  private:
   PlaceMatch matchAgainst(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors,
                           const std::vector<int>& candidates, int exclude_from_id);
+  /// Improves a found pose with every nearby landmark that projects close to a query feature
+  /// with a similar descriptor.
+  void refineByProjection(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors, PlaceMatch& match);
+  /// Iteratively re-weighted (by inlier selection) Levenberg-Marquardt pose refinement.
+  bool refinePose(const std::vector<cv::Point3f>& object, const std::vector<cv::Point2f>& image,
+                  Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const;
 
   RectifiedCalibration calibration_;
   MapData& map_;

@@ -46,8 +46,9 @@ class TrackingEngine {
   void finalise();
 
   const MapData& map() const { return map_; }
-  const TrajectoryStore& trajectory() const { return trajectory_; }
-  TrajectoryStore& trajectory() { return trajectory_; }
+  const TrajectoryStore& trajectory() const { return *trajectory_; }
+  /// The trajectory, shared so that it can outlive the engine (two-pass mapping).
+  std::shared_ptr<TrajectoryStore> sharedTrajectory() const { return trajectory_; }
   const RectifiedCalibration& calibration() const { return calibration_; }
   int loopCount() const { return area_.loopCount(); }
 
@@ -60,7 +61,7 @@ class TrackingEngine {
   MapData map_;
   StereoOdometry odometry_;
   AreaMemory area_;
-  TrajectoryStore trajectory_;
+  std::shared_ptr<TrajectoryStore> trajectory_ = std::make_shared<TrajectoryStore>();
   Eigen::Isometry3d T_world_last_;
   double last_t_s_ = -1;
   int lost_frames_ = 0;
