@@ -1,6 +1,7 @@
 // Runs tracking on stereo image folders (no camera) and prints trajectory errors and time per frame:
-//   bench_tracking_sequences kitti DIR [OUT.txt]
-//   bench_tracking_sequences euroc DIR GT.txt [OUT.txt]
+//   bench_tracking_sequences kitti DIR [OUT]
+//   bench_tracking_sequences euroc DIR GT.txt [OUT]
+// OUT.live.txt, OUT.two_pass.txt and OUT.gt.txt are written when OUT is given.
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -8,19 +9,9 @@
 #include "machine.h"
 #include "stereo_sequence.h"
 #include "tracking/internal/tracking_engine.h"
+#include "trajectory_report.h"
 
 using namespace pv::internal;
-
-static void report(const char* label, const Trajectory& estimate, const Trajectory& reference) {
-  TrajectoryErrors e;
-  std::string error;
-  if (!evaluateTrajectory(estimate, reference, e, error)) {
-    std::cout << label << ": " << error << "\n";
-    return;
-  }
-  std::printf("%s: matched %zu ate_rmse_m %.4f path_length_m %.3f ate_pct %.3f rpe_pct %.3f\n", label, e.matched,
-              e.ate_rmse_m, e.path_length_m, e.ate_pct, e.rpe_pct);
-}
 
 int main(int argc, char** argv) {
   if (argc < 3) {
@@ -62,7 +53,7 @@ int main(int argc, char** argv) {
   std::printf("frames OK %d/%zu, %.2f ms per frame (worst %.1f ms), keyframes %zu landmarks %zu loops %d\n", ok,
               seq.size(), total_ms / double(seq.size()), worst_ms, engine.map().keyframes.size(),
               engine.map().landmarks.size(), engine.loopCount());
-  report("live", live, seq.ground_truth);
+  mapura::bench::printTrajectoryErrors("live", live, seq.ground_truth);
   const auto t0 = std::chrono::steady_clock::now();
   engine.finalise();
   const double final_ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
@@ -72,7 +63,14 @@ int main(int argc, char** argv) {
     if (engine.trajectory().refinedPose(int(i), T)) refined.push_back({seq.t_s[i], T});
   }
   std::printf("final optimisation %.0f ms\n", final_ms);
-  report("two-pass", refined, seq.ground_truth);
-  if (next < argc && !writeTumTrajectory(argv[next], refined, error)) std::cerr << error << "\n";
+  mapura::bench::printTrajectoryErrors("two-pass", refined, seq.ground_truth);
+  // The estimates (live and two-pass) and the ground truth as TUM files, for `pavo eval traj`.
+  if (next < argc) {
+    const std::string base = argv[next];
+    if (!writeTumTrajectory(base + ".live.txt", live, error) ||
+        !writeTumTrajectory(base + ".two_pass.txt", refined, error) ||
+        !writeTumTrajectory(base + ".gt.txt", seq.ground_truth, error))
+      std::cerr << error << "\n";
+  }
   return 0;
 }

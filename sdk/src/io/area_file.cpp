@@ -14,7 +14,9 @@ constexpr char kMagic[8] = {'P', 'V', 'A', 'R', 'E', 'A', '\0', '\x1a'};
 constexpr size_t kDescriptorBytes = 32;
 constexpr uint64_t kMaxFileBytes = uint64_t(1) << 31;
 
-uint64_t fnv1a(const uint8_t* data, size_t size) {
+}  // namespace
+
+uint64_t areaFileChecksum(const uint8_t* data, size_t size) {  // 64-bit FNV-1a
   uint64_t h = 1469598103934665603ull;
   for (size_t i = 0; i < size; ++i) {
     h ^= data[i];
@@ -22,6 +24,8 @@ uint64_t fnv1a(const uint8_t* data, size_t size) {
   }
   return h;
 }
+
+namespace {
 
 class Writer {
  public:
@@ -98,7 +102,7 @@ std::vector<uint8_t> encodeAreaFile(const MapData& map, const RectifiedCalibrati
     if (described)
       for (int r = 0; r < kf.descriptors.rows; ++r) w.putBytes(kf.descriptors.ptr<uint8_t>(r), kDescriptorBytes);
   }
-  w.put<uint64_t>(fnv1a(w.out.data(), w.out.size()));
+  w.put<uint64_t>(areaFileChecksum(w.out.data(), w.out.size()));
   return w.out;
 }
 
@@ -111,7 +115,7 @@ ERROR_CODE decodeAreaFile(const uint8_t* data, size_t size, MapData& map_out, Re
   uint32_t version = 0;
   r.get(version);
   if (version != kAreaFileVersion) return invalid("version " + std::to_string(version) + " is not supported");
-  if (fnv1a(data, size - 8) != stored_hash) return invalid("checksum mismatch (corrupt or truncated)");
+  if (areaFileChecksum(data, size - 8) != stored_hash) return invalid("checksum mismatch (corrupt or truncated)");
 
   RectifiedCalibration c;
   int32_t w = 0, h = 0;

@@ -235,10 +235,20 @@ int StereoOdometry::makeKeyframe(const cv::Mat& left, const cv::Mat& right, cons
     ++map_.landmarks[tracks_[i].landmark].observations;
   }
 
-  // New landmarks in the cells the tracks leave empty.
+  // New landmarks in the cells the tracks leave empty, searched over the disparities the tracked
+  // landmarks span (with a margin) when there are enough of them.
+  float lo = min_d, hi = max_d;
+  std::vector<float> known;
+  for (float d : tracked_d)
+    if (std::isfinite(d)) known.push_back(d);
+  if (known.size() >= 20) {
+    std::sort(known.begin(), known.end());
+    lo = std::max(min_d, 0.5f * known[known.size() / 50]);
+    hi = std::min(max_d, 1.5f * known[known.size() - 1 - known.size() / 50] + 4.f);
+  }
   const std::vector<cv::Point2f> fresh = detectFeatures(left, tracked, parameters_.features);
   const std::vector<float> fresh_d =
-      matchStereo(left, right, fresh, disparityGuess(depth_m, fresh), min_d, max_d, 2.f, parameters_.features);
+      matchStereo(left, right, fresh, disparityGuess(depth_m, fresh), lo, hi, 2.f, parameters_.features);
   for (size_t i = 0; i < fresh.size(); ++i) {
     if (!std::isfinite(fresh_d[i])) continue;
     Landmark lm;

@@ -15,6 +15,9 @@ namespace pv::internal {
 /// Version written by writeAreaFile; readers accept exactly this version.
 constexpr uint32_t kAreaFileVersion = 1;
 
+/// Checksum stored in the last 8 bytes of an area file, over every byte before them.
+uint64_t areaFileChecksum(const uint8_t* data, size_t size);
+
 /// The bytes of an area file for `map`, built with rectified `calibration`.
 std::vector<uint8_t> encodeAreaFile(const MapData& map, const RectifiedCalibration& calibration);
 /// Parses area file bytes. INVALID_AREA_FILE (reason recorded) for anything that is not a

@@ -9,7 +9,7 @@
 namespace pv::internal {
 
 struct BundleAdjustmentParameters {
-  int max_iterations = 8;
+  int max_iterations = 5;
   double huber_px = 1.5;    ///< robust loss scale
   double outlier_px = 3.0;  ///< observations with a larger error afterwards are dropped
   int threads = 1;

@@ -22,11 +22,11 @@ struct OdometryParameters {
   int min_inliers = 15;                ///< fewer PnP inliers than this: lost
   double ransac_px = 2.0;              ///< PnP RANSAC reprojection threshold
   int keyframe_min_inliers = 60;       ///< a keyframe is taken when inliers fall below this ...
-  double keyframe_inlier_ratio = 0.7;  ///< ... or below this share of the last keyframe's landmarks
-  int keyframe_max_frames = 10;        ///< ... or after this many frames
-  double keyframe_distance_m = 0.15;   ///< ... or after moving this far
-  double keyframe_angle_rad = 0.12;    ///< ... or turning this much
-  int window_keyframes = 7;            ///< keyframes in the sliding-window bundle adjustment
+  double keyframe_inlier_ratio = 0.5;  ///< ... or below this share of the last keyframe's landmarks
+  int keyframe_max_frames = 15;        ///< ... or after this many frames
+  double keyframe_distance_m = 0.20;   ///< ... or after moving this far
+  double keyframe_angle_rad = 0.20;    ///< ... or turning this much
+  int window_keyframes = 5;            ///< keyframes in the sliding-window bundle adjustment
   double min_depth_m = 0.2, max_depth_m = 40.0;
   bool keep_keyframes = true;  ///< keep keyframes that leave the window (area memory)
   BundleAdjustmentParameters bundle;
