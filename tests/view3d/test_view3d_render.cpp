@@ -25,7 +25,8 @@ class TestView3DRender : public QObject {
     widget->setAutoBufferSwap(false);
     widget->show();
     if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) return false;
-    renderFrame(*widget);  // the first frame clears with the GL default colour
+    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
+    renderFrame(*widget);   // the first frame clears with the GL default colour
     return true;
   }
 
