@@ -91,6 +91,7 @@ int main(int argc, char** argv) {
 
   if (argc >= 3) {
     ProgramStates::setBoolAttr(ProgramStates::FUSED_POINT_CLOUD, false);
+    ProgramStates::setBoolAttr(ProgramStates::SHOW_PATH, false);  // as after an import from the dialog
     widget.reset();
     if (!widget.OpenMesh(QString::fromLocal8Bit(argv[2]))) {
       std::fprintf(stderr, "could not open %s: %s\n", argv[2], pv::lastErrorDetail().get());
@@ -105,8 +106,12 @@ int main(int argc, char** argv) {
     }
     const float extent = std::max(hi.x - lo.x, std::max(hi.y - lo.y, hi.z - lo.z));
     widget.getCamera()->setPosition(pv::Translation((lo.x + hi.x) / 2, (lo.y + hi.y) / 2, (lo.z + hi.z) / 2));
-    widget.getCamera()->setOffsetFromPosition(pv::Translation(0.f, 0.f, std::max(extent, 0.01f) * 2.f));
-    if (widget.loadTexture()) {
+    widget.getCamera()->setOffsetFromPosition(pv::Translation(0.f, 0.f, std::max(extent, 0.01f) * 1.3f));
+    // As the map import does: not ready while uploading, ready once the map is on the GPU.
+    widget.setReady(false);
+    const bool textured = widget.loadTexture();
+    widget.setReady(true);
+    if (textured) {
       ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 2);
       save(widget, out.filePath("opened_map_textured.png"));
       ProgramStates::setBoolAttr(ProgramStates::DRAW_EDGES, true);
