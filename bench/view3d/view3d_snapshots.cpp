@@ -74,7 +74,10 @@ int main(int argc, char** argv) {
                 int(ProgramStates::getBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED)));
   }
   ProgramStates::setIntAttr(ProgramStates::MESH_DISPLAY_MODE, 2);
+  widget.getCamera()->setOffsetFromPosition(pv::Translation(0.f, 0.f, 0.9f));  // close enough to see edges
   save(widget, out.filePath("live_mesh_edges.png"));
+  ProgramStates::setIntAttr(ProgramStates::MESH_DISPLAY_MODE, 1);
+  save(widget, out.filePath("live_mesh_points.png"));
 
   // A fused point cloud, handed over the same way.
   widget.reset();
