@@ -2,6 +2,7 @@
 // (mesh first, then point cloud), with the counts compared with Debian's `assimp info`.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -105,6 +106,23 @@ TEST(SharedMeshFiles, LoadLikeAssimpOrAreRefusedWithTheirReason) {
                 *c.reason ? (as_mesh || as_cloud ? c.reason : (as_mesh ? "" : cloud_error.c_str())) : "");
   }
   std::printf("compared with assimp: %zu files\n", compared);
+}
+
+TEST(SharedMeshFiles, BinaryDataStartingWithALineFeedIsData) {
+  MAPURA_REQUIRE_SHARED(path, "meshes/assimp_testmodels/PLY/cube_binary_starts_with_nl.ply");
+  pv::Mesh cube;
+  ASSERT_TRUE(cube.load(path.c_str()));
+  ASSERT_EQ(cube.vertices.size(), 8u);
+  pv::float3 lo = cube.vertices[0], hi = cube.vertices[0];
+  for (const pv::float3& v : cube.vertices)
+    for (size_t a = 0; a < 3; ++a) {
+      lo[a] = std::min(lo[a], v[a]);
+      hi[a] = std::max(hi[a], v[a]);
+    }
+  EXPECT_NEAR(lo.y, 0.f, 1e-6f);
+  EXPECT_NEAR(hi.y, 1.f, 1e-6f) << "a unit cube, not bytes read one off";
+  EXPECT_NEAR(hi.z - lo.z, 1.f, 1e-6f);
+  EXPECT_EQ(cube.getNumberOfTriangles(), 12u);
 }
 
 TEST(SharedMeshFiles, TexturedScansCarryTheirImage) {
