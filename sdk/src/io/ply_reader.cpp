@@ -429,6 +429,7 @@ class BodyReader {
     for (uint64_t i = 0; i < e.count; ++i) {
       if (p == end) return truncated(e);
       const size_t count = static_cast<unsigned char>(*p++);
+      if (count < 3) return FileResult::failure("PLY face with fewer than three vertices");
       if (size_t(end - p) < count * 4) return truncated(e);
       polygon_.resize(count);
       std::memcpy(polygon_.data(), p, count * 4);

@@ -271,6 +271,14 @@ TEST(MeshFiles, ReadsPlyVariants) {
   ASSERT_TRUE(ok);
   ASSERT_EQ(green.colors.size(), 3u);
   EXPECT_EQ(green.colors[0], pv::uchar3(0, 255, 0));
+  // An empty index list in a binary triangle list (found by fuzzing) is refused.
+  std::string empty_face =
+      "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  empty_face += std::string(36, '\0') + std::string(1, '\0');
+  loadText(dir, "a.ply", empty_face, &ok);
+  EXPECT_FALSE(ok);
+  EXPECT_NE(pv::lastErrorDetail().str().find("fewer than three"), std::string::npos);
   std::string huge = header;
   huge.replace(huge.find("vertex 3"), 8, "vertex 999999999999");
   loadText(dir, "a.ply", huge + "0 0 0\n", &ok);
