@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -26,6 +27,22 @@ cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff
     }
   }
   return diff;
+}
+
+cv::Mat unseenByRight(const cv::Mat& right_px) {
+  CV_Assert(right_px.type() == CV_32F);
+  constexpr int kProbe = 8;  // leftmost right-image columns that tell where its view begins
+  cv::Mat mask(right_px.size(), CV_8U, cv::Scalar(0));
+  for (int y = 0; y < right_px.rows; ++y) {
+    const float* dr = right_px.ptr<float>(y);
+    float first_seen = std::numeric_limits<float>::infinity();
+    for (int xr = 0; xr < std::min(kProbe, right_px.cols); ++xr)
+      if (std::isfinite(dr[xr])) first_seen = std::min(first_seen, static_cast<float>(xr) + dr[xr]);
+    if (!std::isfinite(first_seen)) continue;
+    const int end = std::min(right_px.cols, static_cast<int>(std::floor(first_seen)));
+    if (end > 0) mask.row(y).colRange(0, end).setTo(255);
+  }
+  return mask;
 }
 
 }  // namespace pv::internal

@@ -35,6 +35,18 @@ TEST(DepthStages, LeftRightCheckDropsDisagreeingPixels) {
   EXPECT_TRUE(std::isnan(left.at<float>(0, 5)));  // the right view has no value there
 }
 
+TEST(DepthStages, TheStripTheRightCameraMissesIsMarked) {
+  // Right pixel 0 sees left pixel 0 + 6: left columns 0..5 have no match; a row without right
+  // values marks nothing.
+  cv::Mat right(2, 12, CV_32F, cv::Scalar(6.f));
+  right.row(1).setTo(kNaN);
+  const cv::Mat unseen = unseenByRight(right);
+  EXPECT_EQ(cv::countNonZero(unseen.row(0)), 6);
+  EXPECT_EQ(unseen.at<uint8_t>(0, 5), 255);
+  EXPECT_EQ(unseen.at<uint8_t>(0, 6), 0);
+  EXPECT_EQ(cv::countNonZero(unseen.row(1)), 0);
+}
+
 TEST(DepthStages, SpeckleRemovalDropsSmallIslandsOnly) {
   cv::Mat d(40, 40, CV_32F, cv::Scalar(10.f));
   d(cv::Rect(5, 5, 3, 3)).setTo(30.f);      // 9-pixel island
