@@ -333,8 +333,11 @@ void TestGui::resetStateRestoresPhaseZero() {
   for (int i = 0; i < 5; ++i) gui->activeScan();
   QCOMPARE(gui->phase(), 5);
   gui->mapTypeBox->setCurrentIndex(1);
+  ProgramStates::setIntAttr(ProgramStates::MESH_DISPLAY_MODE, 3);
 
   gui->resetState();
+  // Checking "Edges" by program leaves the display key alone.
+  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 3);
   QCOMPARE(gui->phase(), 0);
   QVERIFY(!gui->spinner->isSpinning());
   QVERIFY(!gui->processing);

@@ -1,5 +1,5 @@
 // Drives the main window through its phases at a given size and saves a screen shot of each
-// (the whole screen, so that the GL views and the settings window are included).
+// (the window's area of the screen, so that the GL views and the settings window are included).
 //
 //   ui_screenshots <out-dir> <width> <height>
 #include <QApplication>
@@ -13,9 +13,10 @@
 #include "ProgramStates.h"
 #include "WaitingSpinnerWidget.h"
 
-static void shoot(const QString& dir, const QString& name) {
+static void shoot(const QWidget& window, const QString& dir, const QString& name) {
   QTest::qWait(400);
-  const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0);
+  const QRect area = window.frameGeometry();
+  const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height());
   const QString path = dir + "/" + name + ".png";
   if (!shot.save(path)) std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
   std::printf("%s %dx%d\n", qPrintable(path), shot.width(), shot.height());
@@ -44,29 +45,29 @@ int main(int argc, char** argv) {
   gui.logoScreen->show();
   gui.SwitchMeshView(true);
   gui.resetState();
-  shoot(dir, "phase0_" + tag);
+  shoot(gui, dir, "phase0_" + tag);
 
   gui.openProp();
-  shoot(dir, "settings_" + tag);
+  shoot(gui, dir, "settings_" + tag);
   gui.settingsWindow->close();
 
   gui.logoScreen->hide();
   gui.ShowKTR("/home/user/Documents/PAVO/recordings/office_walkthrough_2026-11-20.ktr", 1800);
   gui.activeScan();
-  shoot(dir, "phase1_" + tag);
+  shoot(gui, dir, "phase1_" + tag);
 
   gui.startButton->setChecked(true);
   gui.activeScan();
   gui.trackState(1);
   for (int i = 0; i < 37; ++i) gui.incrementKTRPos();
-  shoot(dir, "phase3_" + tag);
+  shoot(gui, dir, "phase3_" + tag);
 
   ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = "Extracting mesh...";
   gui.activeScan();
   for (int i = 0; i < 12; ++i) gui.spinner->rotate();
-  shoot(dir, "phase4_" + tag);
+  shoot(gui, dir, "phase4_" + tag);
 
   gui.activeScan();
-  shoot(dir, "phase5_" + tag);
+  shoot(gui, dir, "phase5_" + tag);
   return 0;
 }
