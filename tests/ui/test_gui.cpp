@@ -54,6 +54,7 @@ class TestGui : public QObject {
   void incrementKtrStopsAtMaximum();
   void viewOptionsWriteStore();
   void geometryAfterResizes();
+  void headerLogoIsDrawnInBlack();
   void openPropCentresOnce();
   void windowEvents();
 };
@@ -527,6 +528,27 @@ void TestGui::geometryAfterResizes() {
     QVERIFY(!gui->liveFrame->isVisible());
     gui->SwitchMeshView(false);
   }
+}
+
+void TestGui::headerLogoIsDrawnInBlack() {
+  gui->resize(1600, 900);
+  QTRY_COMPARE(gui->size(), QSize(1600, 900));
+  const QRectF logo = gui->logoRect();
+  QVERIFY(logo.width() > 5 * logo.height());
+  const QImage image = gui->grab(logo.toAlignedRect().adjusted(-4, -4, 4, 4)).toImage();
+  int black = 0;
+  int edge = 0;
+  for (int y = 0; y < image.height(); ++y)
+    for (int x = 0; x < image.width(); ++x) {
+      const QColor c = image.pixelColor(x, y);
+      const bool dark = c.red() < 30 && c.green() < 30 && c.blue() < 30;
+      const bool inside = x >= 4 && y >= 4 && x < image.width() - 4 && y < image.height() - 4;
+      if (dark && inside) ++black;
+      if (dark && !inside) ++edge;
+    }
+  // The recoloured paths cover a good part of the logo box and nothing is drawn around it.
+  QVERIFY2(black > logo.width() * logo.height() / 6, qPrintable(QString::number(black)));
+  QCOMPARE(edge, 0);
 }
 
 void TestGui::openPropCentresOnce() {
