@@ -1,0 +1,186 @@
+#include "mapping/internal/tsdf_volume.h"
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <unordered_set>
+
+namespace pv::internal {
+
+namespace {
+
+bool usable(float d, float min_m, float max_m) { return std::isfinite(d) && d > 0.f && d >= min_m && d <= max_m; }
+
+/// Inverse variance of stereo-like depth noise (sigma grows with z^2), 1 at one metre, bounded so
+/// that very near pixels cannot freeze the average.
+float noiseWeight(float z) {
+  const float zz = std::max(z, 0.4f);
+  return 1.f / (zz * zz * zz * zz);
+}
+
+}  // namespace
+
+TsdfVolume::TsdfVolume(const TsdfParameters& parameters) : p_(parameters) {
+  chunk_blocks_ = std::max(1, int(std::lround(p_.chunk_target_m / (kBlockSide * p_.voxel_m))));
+  block_index_.reserve(4096);
+}
+
+const VoxelBlock* TsdfVolume::find(const GridKey& block_key) const {
+  const auto it = block_index_.find(block_key);
+  return it == block_index_.end() ? nullptr : blocks_[size_t(it->second)].get();
+}
+
+int TsdfVolume::allocate(const GridKey& key) {
+  auto it = block_index_.find(key);
+  if (it != block_index_.end()) return it->second;
+  if (blocks_.size() >= max_blocks_) return -1;
+  auto block = std::make_unique<VoxelBlock>();
+  block->tsdf.fill(1.f);
+  block->weight.fill(0.f);
+  for (auto& c : block->bgr) c = {0, 0, 0};
+  block->key = key;
+  const GridKey chunk_key{floorDiv(key.x, chunk_blocks_), floorDiv(key.y, chunk_blocks_),
+                          floorDiv(key.z, chunk_blocks_)};
+  auto cit = chunk_index_.find(chunk_key);
+  if (cit == chunk_index_.end()) {
+    cit = chunk_index_.emplace(chunk_key, int(chunks_.size())).first;
+    chunks_.push_back(ChunkInfo{chunk_key, {}, false, 0});
+  }
+  block->chunk = cit->second;
+  const int index = int(blocks_.size());
+  chunks_[size_t(cit->second)].blocks.push_back(index);
+  blocks_.push_back(std::move(block));
+  block_index_.emplace(key, index);
+  return index;
+}
+
+void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, IntegrationStats& stats) {
+  const float block_m = kBlockSide * p_.voxel_m;
+  const float trunc_m = p_.truncation_vox * p_.voxel_m;
+  const float inv_block = 1.f / block_m;
+  // Pixel stride: the footprint of `stride` pixels at the far end stays under half a block.
+  const int stride = std::clamp(int(0.5 * block_m * f.fx / std::max(p_.max_depth_m, 0.1f)), 1, 8);
+  const int steps = std::max(2, int(std::ceil(2.f * trunc_m / (0.5f * block_m))));
+  const Eigen::Matrix3f R = f.T_world_camera.topLeftCorner<3, 3>();
+  const Eigen::Vector3f t = f.T_world_camera.topRightCorner<3, 1>();
+
+  std::unordered_set<GridKey, GridKeyHash> keys;
+  keys.reserve(8192);
+  GridKey last{INT32_MIN, 0, 0};
+  for (int v = stride / 2; v < f.depth_m.rows; v += stride) {
+    const float* row = f.depth_m.ptr<float>(v);
+    for (int u = stride / 2; u < f.depth_m.cols; u += stride) {
+      const float d = row[u];
+      if (!usable(d, p_.min_depth_m, p_.max_depth_m)) continue;
+      const Eigen::Vector3f ray(float((u - f.cx) / f.fx), float((v - f.cy) / f.fy), 1.f);
+      const Eigen::Vector3f dir = ray.normalized();
+      const Eigen::Vector3f p_cam = ray * d;
+      for (int s = 0; s <= steps; ++s) {
+        const float offset = -trunc_m + 2.f * trunc_m * float(s) / float(steps);
+        const Eigen::Vector3f p = R * (p_cam + dir * offset) + t;
+        const GridKey key{int(std::floor(p.x() * inv_block)), int(std::floor(p.y() * inv_block)),
+                          int(std::floor(p.z() * inv_block))};
+        if (key == last) continue;
+        last = key;
+        keys.insert(key);
+      }
+    }
+  }
+  out.clear();
+  out.reserve(keys.size());
+  for (const GridKey& key : keys) {
+    const bool existed = block_index_.count(key) > 0;
+    const int index = allocate(key);
+    if (index < 0) {
+      ++stats.blocks_refused;
+      continue;
+    }
+    if (!existed) ++stats.blocks_allocated;
+    out.push_back(index);
+  }
+}
+
+void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
+                                const Eigen::Vector3f& t_cw) const {
+  const float vox = p_.voxel_m;
+  const float trunc_m = p_.truncation_vox * vox;
+  const float inv_trunc = 1.f / trunc_m;
+  const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
+  const int w = f.depth_m.cols, h = f.depth_m.rows;
+  const bool colour = !f.bgr.empty();
+  const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
+                                 float(b.key.z * kBlockSide) * vox);
+  const Eigen::Vector3f origin_c = R_cw * origin_w + t_cw;
+  const Eigen::Vector3f ax = R_cw.col(0) * vox, ay = R_cw.col(1) * vox, az = R_cw.col(2) * vox;
+  for (int k = 0; k < kBlockSide; ++k) {
+    for (int j = 0; j < kBlockSide; ++j) {
+      Eigen::Vector3f p = origin_c + ay * float(j) + az * float(k);
+      int idx = kBlockSide * j + kBlockSide * kBlockSide * k;
+      for (int i = 0; i < kBlockSide; ++i, ++idx, p += ax) {
+        if (p.z() <= 0.f) continue;
+        const float inv_z = 1.f / p.z();
+        const int u = int(fx * p.x() * inv_z + cx + 0.5f);
+        const int v = int(fy * p.y() * inv_z + cy + 0.5f);
+        if (u < 0 || v < 0 || u >= w || v >= h) continue;
+        const float d = f.depth_m.ptr<float>(v)[u];
+        if (!usable(d, p_.min_depth_m, p_.max_depth_m)) continue;
+        // Distance along the ray through the voxel.
+        const float sdf = (d - p.z()) * std::sqrt(p.squaredNorm()) * inv_z;
+        if (sdf < -trunc_m) continue;
+        const float value = std::min(1.f, sdf * inv_trunc);
+        const float wn = noiseWeight(d);
+        float& W = b.weight[size_t(idx)];
+        float& T = b.tsdf[size_t(idx)];
+        const float total = W + wn;
+        T = (T * W + value * wn) / total;
+        if (colour && sdf < trunc_m) {
+          const uint8_t* c = f.bgr.ptr<uint8_t>(v) + 3 * u;
+          auto& dst = b.bgr[size_t(idx)];
+          const float a = wn / total;
+          for (int ch = 0; ch < 3; ++ch)
+            dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + a * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
+        }
+        W = std::min(total, p_.max_weight);
+      }
+    }
+  }
+}
+
+void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
+  auto mark = [&](int chunk) {
+    ChunkInfo& c = chunks_[size_t(chunk)];
+    c.dirty = true;
+    c.last_change_ns = std::max(c.last_change_ns, timestamp_ns);
+  };
+  mark(b.chunk);
+  // Cubes owned by the blocks at -1 along any axis read this block's voxels: when such a block
+  // lies in another chunk, that chunk's mesh changes too.
+  const int cb = chunk_blocks_;
+  const bool edge_x = floorDiv(b.key.x, cb) * cb == b.key.x, edge_y = floorDiv(b.key.y, cb) * cb == b.key.y,
+             edge_z = floorDiv(b.key.z, cb) * cb == b.key.z;
+  if (!edge_x && !edge_y && !edge_z) return;
+  for (int d = 1; d < 8; ++d) {
+    const int dx = d & 1, dy = (d >> 1) & 1, dz = (d >> 2) & 1;
+    if ((dx && !edge_x) || (dy && !edge_y) || (dz && !edge_z)) continue;
+    const VoxelBlock* n = find({b.key.x - dx, b.key.y - dy, b.key.z - dz});
+    if (n && n->chunk != b.chunk) mark(n->chunk);
+  }
+}
+
+IntegrationStats TsdfVolume::integrate(const DepthFrame& frame) {
+  IntegrationStats stats;
+  if (frame.depth_m.empty() || frame.depth_m.type() != CV_32F || frame.fx <= 0 || frame.fy <= 0) return stats;
+  std::vector<int> band;
+  collectBlocks(frame, band, stats);
+  const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
+  const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
+    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+  });
+  for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
+  stats.blocks_updated = int(band.size());
+  return stats;
+}
+
+}  // namespace pv::internal
