@@ -101,11 +101,10 @@ void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, Integ
   }
 }
 
-void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
+void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Mat& depth, const Eigen::Matrix3f& R_cw,
                                 const Eigen::Vector3f& t_cw) const {
   const float vox = p_.voxel_m;
-  const float trunc_m = p_.truncation_vox * vox;
-  const float inv_trunc = 1.f / trunc_m;
+  const float inv_trunc = 1.f / (p_.truncation_vox * vox);
   const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
   const int w = f.depth_m.cols, h = f.depth_m.rows;
   const bool colour = !f.bgr.empty();
@@ -113,31 +112,45 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
                                  float(b.key.z * kBlockSide) * vox);
   const Eigen::Vector3f origin_c = R_cw * origin_w + t_cw;
   const Eigen::Vector3f ax = R_cw.col(0) * vox, ay = R_cw.col(1) * vox, az = R_cw.col(2) * vox;
+  // Ray length over depth, nearly constant over one block: taken at its centre.
+  const Eigen::Vector3f centre = origin_c + (ax + ay + az) * (0.5f * float(kBlockSide - 1));
+  if (centre.z() <= 0.f) return;
+  const float along_ray = centre.norm() / centre.z();
+  const float scale = along_ray * inv_trunc;
+  // The measurement's noise weight, at the block's depth (the band is thin against the depth).
+  const float wn = noiseWeight(centre.z());
+  const float fw = float(w), fh = float(h);
   for (int k = 0; k < kBlockSide; ++k) {
     for (int j = 0; j < kBlockSide; ++j) {
-      Eigen::Vector3f p = origin_c + ay * float(j) + az * float(k);
+      const Eigen::Vector3f row = origin_c + ay * float(j) + az * float(k);
+      // Projection of the row's 8 voxels first (a loop the compiler vectorises), then the updates.
+      float zs[kBlockSide], us[kBlockSide], vs[kBlockSide];
+      for (int i = 0; i < kBlockSide; ++i) {
+        const float x = row.x() + ax.x() * float(i), y = row.y() + ax.y() * float(i), z = row.z() + ax.z() * float(i);
+        const float inv_z = 1.f / z;
+        zs[i] = z;
+        us[i] = fx * x * inv_z + cx + 0.5f;
+        vs[i] = fy * y * inv_z + cy + 0.5f;
+      }
       int idx = kBlockSide * j + kBlockSide * kBlockSide * k;
-      for (int i = 0; i < kBlockSide; ++i, ++idx, p += ax) {
-        if (p.z() <= 0.f) continue;
-        const float inv_z = 1.f / p.z();
-        const int u = int(fx * p.x() * inv_z + cx + 0.5f);
-        const int v = int(fy * p.y() * inv_z + cy + 0.5f);
-        if (u < 0 || v < 0 || u >= w || v >= h) continue;
-        const float d = f.depth_m.ptr<float>(v)[u];
-        if (!usable(d, p_.min_depth_m, p_.max_depth_m)) continue;
-        // Distance along the ray through the voxel.
-        const float sdf = (d - p.z()) * std::sqrt(p.squaredNorm()) * inv_z;
-        if (sdf < -trunc_m) continue;
-        const float value = std::min(1.f, sdf * inv_trunc);
-        const float wn = noiseWeight(d);
+      for (int i = 0; i < kBlockSide; ++i, ++idx) {
+        if (!(zs[i] > 0.f && us[i] >= 0.f && vs[i] >= 0.f && us[i] < fw && vs[i] < fh)) continue;
+        const int u = int(us[i]), v = int(vs[i]);
+        const float d = depth.ptr<float>(v)[u];
+        if (!(d > 0.f)) continue;
+        // Signed distance along the ray through the voxel, in truncation units.
+        const float value = (d - zs[i]) * scale;
+        if (value < -1.f) continue;
         float& W = b.weight[size_t(idx)];
         float& T = b.tsdf[size_t(idx)];
+        // Free space seen again where only free space was seen: nothing to average.
+        if (value >= 1.f && T >= 1.f && W > 0.f) continue;
         const float total = W + wn;
-        T = (T * W + value * wn) / total;
-        if (colour && sdf < trunc_m) {
+        const float a = wn / total;
+        T += a * (std::min(1.f, value) - T);
+        if (colour && value < 1.f) {
           const uint8_t* c = f.bgr.ptr<uint8_t>(v) + 3 * u;
           auto& dst = b.bgr[size_t(idx)];
-          const float a = wn / total;
           for (int ch = 0; ch < 3; ++ch)
             dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + a * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
         }
@@ -173,10 +186,19 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& frame) {
   if (frame.depth_m.empty() || frame.depth_m.type() != CV_32F || frame.fx <= 0 || frame.fy <= 0) return stats;
   std::vector<int> band;
   collectBlocks(frame, band, stats);
+  // Depth with every unusable pixel (invalid, out of range) set to 0.
+  cv::Mat depth(frame.depth_m.size(), CV_32F);
+  cv::parallel_for_(cv::Range(0, depth.rows), [&](const cv::Range& r) {
+    for (int v = r.start; v < r.end; ++v) {
+      const float* src = frame.depth_m.ptr<float>(v);
+      float* dst = depth.ptr<float>(v);
+      for (int u = 0; u < depth.cols; ++u) dst[u] = usable(src[u], p_.min_depth_m, p_.max_depth_m) ? src[u] : 0.f;
+    }
+  });
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
   const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
   tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, depth, R_cw, t_cw);
   });
   for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
   stats.blocks_updated = int(band.size());

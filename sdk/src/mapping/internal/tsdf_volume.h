@@ -93,7 +93,7 @@ class TsdfVolume {
  private:
   int allocate(const GridKey& key);
   void collectBlocks(const DepthFrame& frame, std::vector<int>& out, IntegrationStats& stats);
-  void integrateBlock(VoxelBlock& block, const DepthFrame& frame, const Eigen::Matrix3f& R_cw,
+  void integrateBlock(VoxelBlock& block, const DepthFrame& frame, const cv::Mat& depth, const Eigen::Matrix3f& R_cw,
                       const Eigen::Vector3f& t_cw) const;
   void markChanged(const VoxelBlock& block, uint64_t timestamp_ns);
 
