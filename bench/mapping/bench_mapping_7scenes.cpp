@@ -75,6 +75,12 @@ int main(int argc, char** argv) {
     return 1;
   }
   mapura::bench::printMachine();
+  {
+    std::ifstream load("/proc/loadavg");
+    std::string one;
+    load >> one;
+    std::cout << "load average (1 min) at start: " << one << " (other processes share these cores)\n";
+  }
   std::cout << "7-Scenes excerpt: " << data.size() << " frames 640x480, voxel " << voxel_m * 100 << " cm, truncation "
             << trunc_vox << " voxels, range " << range_m << " m\n";
 

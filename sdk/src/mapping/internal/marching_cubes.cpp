@@ -1,6 +1,7 @@
 #include "mapping/internal/marching_cubes.h"
 
 #include <Eigen/Geometry>
+#include <cmath>
 #include <map>
 #include <unordered_map>
 
@@ -83,11 +84,7 @@ MarchingCubesTable buildTable() {
   return t;
 }
 
-uint64_t edgeKey(int x, int y, int z, int axis) {
-  constexpr int kOffset = 1 << 19;
-  return (uint64_t(uint32_t(x + kOffset) & 0xFFFFF) << 42) | (uint64_t(uint32_t(y + kOffset) & 0xFFFFF) << 22) |
-         (uint64_t(uint32_t(z + kOffset) & 0xFFFFF) << 2) | uint64_t(axis);
-}
+constexpr float kFarFromSurface = 0.999f;
 
 }  // namespace
 
@@ -100,8 +97,11 @@ void meshChunk(const TsdfVolume& volume, const ChunkInfo& chunk, ChunkMesh& out)
   const MarchingCubesTable& table = marchingCubesTable();
   out = ChunkMesh();
   const float vox = volume.voxelSize();
-  std::unordered_map<uint64_t, uint32_t> vertex_of;
-  vertex_of.reserve(chunk.blocks.size() * 64);
+  // Vertex of each voxel edge (lower voxel, axis), over the chunk's voxels plus one layer.
+  const int side = volume.chunkBlocks() * kBlockSide + 1;
+  thread_local std::vector<uint32_t> vertex_of;
+  vertex_of.assign(size_t(side) * side * side * 3, UINT32_MAX);
+  const int ox = chunk.key.x * (side - 1), oy = chunk.key.y * (side - 1), oz = chunk.key.z * (side - 1);
   std::vector<Eigen::Vector3f> accumulated;
 
   for (int block_index : chunk.blocks) {
@@ -114,14 +114,20 @@ void meshChunk(const TsdfVolume& volume, const ChunkInfo& chunk, ChunkMesh& out)
     for (int k = 0; k < kBlockSide; ++k) {
       for (int j = 0; j < kBlockSide; ++j) {
         for (int i = 0; i < kBlockSide; ++i) {
+          // A cube whose first corner is truncated (a full truncation distance from the surface)
+          // holds no true crossing; a sign change there is the seam between free space and the
+          // back of a surface seen from elsewhere.
+          const int own = i + kBlockSide * j + kBlockSide * kBlockSide * k;
+          if (block.weight[size_t(own)] <= 0.f || std::abs(block.tsdf[size_t(own)]) > kFarFromSurface) continue;
           float value[8];
           const VoxelBlock* src[8];
           int local[8];
           int config = 0;
           bool complete = true;
+          const bool interior = i < kBlockSide - 1 && j < kBlockSide - 1 && k < kBlockSide - 1;
           for (int c = 0; c < 8 && complete; ++c) {
             const int x = i + (c & 1), y = j + ((c >> 1) & 1), z = k + ((c >> 2) & 1);
-            const VoxelBlock* b = nb[(x >> 3) | ((y >> 3) << 1) | ((z >> 3) << 2)];
+            const VoxelBlock* b = interior ? &block : nb[(x >> 3) | ((y >> 3) << 1) | ((z >> 3) << 2)];
             if (!b) {
               complete = false;
               break;
@@ -144,9 +150,11 @@ void meshChunk(const TsdfVolume& volume, const ChunkInfo& chunk, ChunkMesh& out)
               const int c0 = table.edge_corners[size_t(e)][0], c1 = table.edge_corners[size_t(e)][1];
               const int axis = e / 4;
               const int x = gx + i + (c0 & 1), y = gy + j + ((c0 >> 1) & 1), z = gz + k + ((c0 >> 2) & 1);
-              const uint64_t key = edgeKey(x, y, z, axis);
-              auto [it, added] = vertex_of.emplace(key, uint32_t(out.vertices.size()));
-              if (added) {
+              uint32_t& slot =
+                  vertex_of[3 * (size_t(x - ox) + size_t(side) * (size_t(y - oy) + size_t(side) * size_t(z - oz))) +
+                            size_t(axis)];
+              if (slot == UINT32_MAX) {
+                slot = uint32_t(out.vertices.size());
                 const float v0 = value[c0], v1 = value[c1];
                 const float s = v0 / (v0 - v1);
                 Eigen::Vector3f p{float(x), float(y), float(z)};
@@ -159,7 +167,7 @@ void meshChunk(const TsdfVolume& volume, const ChunkInfo& chunk, ChunkMesh& out)
                                    uint8_t(a[0] + s * (b[0] - a[0]))});
                 accumulated.push_back(Eigen::Vector3f::Zero());
               }
-              ids[n] = it->second;
+              ids[n] = slot;
             }
             if (ids[0] == ids[1] || ids[1] == ids[2] || ids[0] == ids[2]) continue;
             const Eigen::Vector3f fn =

@@ -137,7 +137,7 @@ MeshEvaluation evaluateMesh(const std::vector<Eigen::Vector3f>& mesh_vertices,
                             const std::vector<std::array<uint32_t, 3>>& mesh_triangles,
                             const std::vector<Eigen::Vector3f>& truth_vertices,
                             const std::vector<std::array<uint32_t, 3>>& truth_triangles, float threshold_m,
-                            float seen_radius_m) {
+                            float seen_radius_m, const std::function<bool(const Eigen::Vector3f&)>& seen) {
   MeshEvaluation r;
   const float cell = std::max(threshold_m, 0.02f);
   const SurfaceDistance truth(truth_vertices, truth_triangles, cell);
@@ -160,10 +160,11 @@ MeshEvaluation evaluateMesh(const std::vector<Eigen::Vector3f>& mesh_vertices,
   r.truth_points = samples.size();
   size_t close = 0;
   for (const auto& s : samples) {
+    if (seen && !seen(s)) continue;
     if (mesh.within(s, threshold_m)) {
       ++r.truth_seen;
       ++close;
-    } else if (mesh_coarse.within(s, seen_radius_m)) {
+    } else if (seen || mesh_coarse.within(s, seen_radius_m)) {
       ++r.truth_seen;
     }
   }

@@ -5,6 +5,7 @@
 #include <Eigen/Core>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <unordered_map>
 #include <vector>
 
@@ -46,13 +47,13 @@ struct MeshEvaluation {
   size_t mesh_points = 0, truth_points = 0, truth_seen = 0;
 };
 
-/// Accuracy of `mesh` against `truth` and completeness of the truth within `threshold_m`. Truth
-/// farther than `seen_radius_m` from any part of the mesh counts as never seen by the camera
-/// and is left out of the completeness.
+/// Accuracy of `mesh` against `truth` and completeness of the truth within `threshold_m`, over
+/// the truth the camera saw: where `seen` is given it decides; otherwise truth farther than
+/// `seen_radius_m` from any part of the mesh counts as never seen and is left out.
 MeshEvaluation evaluateMesh(const std::vector<Eigen::Vector3f>& mesh_vertices,
                             const std::vector<std::array<uint32_t, 3>>& mesh_triangles,
                             const std::vector<Eigen::Vector3f>& truth_vertices,
                             const std::vector<std::array<uint32_t, 3>>& truth_triangles, float threshold_m,
-                            float seen_radius_m);
+                            float seen_radius_m, const std::function<bool(const Eigen::Vector3f&)>& seen = {});
 
 }  // namespace pv::internal
