@@ -1,7 +1,7 @@
-// A rendered room (walls, a box and a ball; exact depth and colour) scanned by a camera turning
-// round the room: incremental meshing time per map request at 5 cm, accuracy and completeness at
+// The synthesized room (true depth and poses of `pavo synth room`) fused through the mapping
+// module: incremental meshing time per map request at 5 cm, accuracy and completeness at 5 and
 // 2 cm against the true surface, memory per square metre, and fusion time of HD720 depth.
-//   bench_mapping_meshing [FRAMES=240]
+//   bench_mapping_meshing [FRAMES=300] [PICTURE.png]
 #include <Eigen/Geometry>
 #include <chrono>
 #include <cstdio>
@@ -10,79 +10,91 @@
 #include <string>
 #include <thread>
 
+#include <opencv2/imgcodecs.hpp>
+
 #include "machine.h"
 #include "mapping/internal/mapping_module.h"
 #include "mapping/internal/surface_distance.h"
-#include "render_scene.h"
+#include "synth/internal/synth.h"
 
 using namespace pv::internal;
-using mapura::test::PinholeCamera;
-using mapura::test::Scene;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-Scene makeRoom() {
-  Scene s;
-  s.addBox({-3.f, -1.6f, -2.f}, {3.f, 1.f, 2.f});  // the room, seen from inside (y down: floor at y = 1)
-  s.addBox({1.f, 0.2f, 0.8f}, {2.f, 1.f, 1.6f});   // a chest on the floor
-  s.addSphere({-1.5f, 0.5f, -1.f}, 0.5f);          // a ball on the floor
-  return s;
-}
+/// Right-handed y-up (the ground-truth files) to IMAGE axes: (x, -y, -z).
+Eigen::Vector3f toImage(const Eigen::Vector3f& p) { return Eigen::Vector3f(p.x(), -p.y(), -p.z()); }
 
-/// Truth as triangles: the boxes' faces and a finely tessellated ball.
-void truthMesh(std::vector<Eigen::Vector3f>& v, std::vector<std::array<uint32_t, 3>>& t) {
-  auto box = [&](const Eigen::Vector3f& lo, const Eigen::Vector3f& hi) {
-    const uint32_t base = uint32_t(v.size());
-    for (int c = 0; c < 8; ++c)
-      v.emplace_back(c & 1 ? hi.x() : lo.x(), c & 2 ? hi.y() : lo.y(), c & 4 ? hi.z() : lo.z());
-    const int faces[6][4] = {{0, 1, 3, 2}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 3, 7, 6}, {0, 2, 6, 4}, {1, 3, 7, 5}};
-    for (const auto& f : faces) {
-      t.push_back({base + uint32_t(f[0]), base + uint32_t(f[1]), base + uint32_t(f[2])});
-      t.push_back({base + uint32_t(f[0]), base + uint32_t(f[2]), base + uint32_t(f[3])});
-    }
-  };
-  box({-3.f, -1.6f, -2.f}, {3.f, 1.f, 2.f});
-  box({1.f, 0.2f, 0.8f}, {2.f, 1.f, 1.6f});
-  const uint32_t base = uint32_t(v.size());
-  const int nu = 128, nv = 64;
-  for (int j = 0; j <= nv; ++j)
-    for (int i = 0; i <= nu; ++i) {
-      const float th = float(M_PI) * float(j) / nv, ph = 2.f * float(M_PI) * float(i) / nu;
-      v.emplace_back(-1.5f + 0.5f * std::sin(th) * std::cos(ph), 0.5f + 0.5f * std::cos(th),
-                     -1.f + 0.5f * std::sin(th) * std::sin(ph));
-    }
-  for (int j = 0; j < nv; ++j)
-    for (int i = 0; i < nu; ++i) {
-      const uint32_t a = base + uint32_t(j * (nu + 1) + i);
-      t.push_back({a, a + 1, a + uint32_t(nu) + 1});
-      t.push_back({a + 1, a + uint32_t(nu) + 2, a + uint32_t(nu) + 1});
-    }
-}
-
-/// Turning round the room's middle while bobbing up and down.
-Eigen::Matrix4f pathPose(int i, int n) {
-  const float a = 2.f * float(M_PI) * float(i) / float(n);
-  const Eigen::Vector3f eye(0.4f * std::cos(a), -0.2f + 0.15f * std::sin(3.f * a), 0.4f * std::sin(a));
-  const Eigen::Vector3f look(std::sin(a), 0.35f + 0.25f * std::sin(2.f * a), std::cos(a));
-  return mapura::test::lookAt(eye, eye + look);
-}
-
-DepthFrame render(const Scene& s, const PinholeCamera& cam, const Eigen::Matrix4f& T, uint64_t t) {
+DepthFrame render(const pv::internal::synth::SyntheticSequence& seq, int i) {
   DepthFrame f;
-  s.render(cam, T, f.depth_m, f.bgr);
-  f.T_world_camera = T;
-  f.fx = cam.fx;
-  f.fy = cam.fy;
-  f.cx = cam.cx;
-  f.cy = cam.cy;
-  f.timestamp_ns = t;
+  seq.renderDepth(i, f.depth_m);
+  f.T_world_camera = seq.poseImage(i).cast<float>();
+  const pv::internal::RectifiedCalibration& c = seq.rectified();
+  f.fx = c.fx;
+  f.fy = c.fy;
+  f.cx = c.cx;
+  f.cy = c.cy;
+  f.timestamp_ns = uint64_t(seq.timestampNs(i));
   return f;
+}
+
+/// Draws the mesh with a z-buffer and head-light shading from a camera at `eye` looking at
+/// `target` with `down` pointing down the picture, and writes a PNG.
+bool drawMesh(const pv::Mesh& mesh, const Eigen::Vector3f& eye, const Eigen::Vector3f& target,
+              const Eigen::Vector3f& down, const std::string& path) {
+  const int w = 1280, h = 800;
+  const float f = 700.f;
+  const Eigen::Vector3f z = (target - eye).normalized();
+  const Eigen::Vector3f x = down.cross(z).normalized();
+  const Eigen::Vector3f y = z.cross(x);
+  cv::Mat image(h, w, CV_8UC3, cv::Scalar(40, 32, 30));
+  cv::Mat zbuf(h, w, CV_32F, cv::Scalar(1e9f));
+  for (const auto& t : mesh.triangles) {
+    Eigen::Vector3f pc[3];
+    Eigen::Vector2f pi[3];
+    bool visible = true;
+    for (int k = 0; k < 3; ++k) {
+      const auto& v = mesh.vertices[k == 0 ? t.x : k == 1 ? t.y : t.z];
+      const Eigen::Vector3f d = Eigen::Vector3f(v.x, v.y, v.z) - eye;
+      pc[k] = Eigen::Vector3f(x.dot(d), y.dot(d), z.dot(d));
+      if (pc[k].z() < 0.05f) visible = false;
+      pi[k] = Eigen::Vector2f(f * pc[k].x() / pc[k].z() + w / 2.f, f * pc[k].y() / pc[k].z() + h / 2.f);
+    }
+    if (!visible) continue;
+    // Faces seen from behind are skipped, so one looks into the room through its walls.
+    Eigen::Vector3f nw = Eigen::Vector3f::Zero();
+    for (uint32_t id : {t.x, t.y, t.z})
+      nw += Eigen::Vector3f(mesh.normals[id].x, mesh.normals[id].y, mesh.normals[id].z);
+    const auto& v0 = mesh.vertices[t.x];
+    if (nw.dot(eye - Eigen::Vector3f(v0.x, v0.y, v0.z)) <= 0.f) continue;
+    const Eigen::Vector3f n = (pc[1] - pc[0]).cross(pc[2] - pc[0]).normalized();
+    const float shade = 0.25f + 0.75f * std::abs(n.dot((pc[0] + pc[1] + pc[2]).normalized()));
+    const int x0 = std::max(0, int(std::floor(std::min({pi[0].x(), pi[1].x(), pi[2].x()}))));
+    const int x1 = std::min(w - 1, int(std::ceil(std::max({pi[0].x(), pi[1].x(), pi[2].x()}))));
+    const int y0 = std::max(0, int(std::floor(std::min({pi[0].y(), pi[1].y(), pi[2].y()}))));
+    const int y1 = std::min(h - 1, int(std::ceil(std::max({pi[0].y(), pi[1].y(), pi[2].y()}))));
+    const float area = (pi[1] - pi[0]).x() * (pi[2] - pi[0]).y() - (pi[1] - pi[0]).y() * (pi[2] - pi[0]).x();
+    if (std::abs(area) < 1e-9f) continue;
+    for (int py = y0; py <= y1; ++py)
+      for (int px = x0; px <= x1; ++px) {
+        const Eigen::Vector2f q(float(px) + 0.5f, float(py) + 0.5f);
+        auto edge = [&](int a, int b) {
+          return ((pi[b] - pi[a]).x() * (q - pi[a]).y() - (pi[b] - pi[a]).y() * (q - pi[a]).x()) / area;
+        };
+        const float w0 = edge(1, 2), w1 = edge(2, 0), w2 = edge(0, 1);
+        if (w0 < 0.f || w1 < 0.f || w2 < 0.f) continue;
+        const float depth = w0 * pc[0].z() + w1 * pc[1].z() + w2 * pc[2].z();
+        if (depth >= zbuf.at<float>(py, px)) continue;
+        zbuf.at<float>(py, px) = depth;
+        image.at<cv::Vec3b>(py, px) = cv::Vec3b(uchar(200 * shade), uchar(210 * shade), uchar(225 * shade));
+      }
+  }
+  return cv::imwrite(path, image);
 }
 
 double ms(Clock::time_point a) { return std::chrono::duration<double, std::milli>(Clock::now() - a).count(); }
 
-void scan(const Scene& s, const std::vector<DepthFrame>& frames, float voxel_m, pv::Mesh& whole, MappingStats& stats,
+void scan(const std::vector<DepthFrame>& frames, float voxel_m, pv::Mesh& whole, MappingStats& stats,
           bool report_requests) {
   MappingConfig c;
   c.voxel_m = voxel_m;
@@ -120,7 +132,8 @@ void scan(const Scene& s, const std::vector<DepthFrame>& frames, float voxel_m, 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int n = argc > 1 ? std::atoi(argv[1]) : 240;
+  const int n = argc > 1 ? std::atoi(argv[1]) : 300;
+  const std::string png = argc > 2 ? argv[2] : "";
   mapura::bench::printMachine();
   {
     std::ifstream load("/proc/loadavg");
@@ -128,36 +141,58 @@ int main(int argc, char** argv) {
     load >> one;
     std::cout << "load average (1 min) at start: " << one << " (other processes share these cores)\n";
   }
-  const Scene room = makeRoom();
-  PinholeCamera cam;  // 640 x 360, 90 degrees across
-  cam.width = 640;
-  cam.height = 360;
-  cam.fx = cam.fy = 320;
-  cam.cx = 319.5;
-  cam.cy = 179.5;
+  pv::internal::synth::SynthOptions so;  // the synthesized room of `pavo synth room`
+  so.frames = n;
+  so.resolution = pv::RESOLUTION::VGA;
+  pv::internal::synth::SyntheticSequence seq;
+  if (seq.init(so) != pv::ERROR_CODE::SUCCESS) {
+    std::cerr << "bench_mapping_meshing: cannot set up the synthesized room\n";
+    return 1;
+  }
   std::vector<DepthFrame> frames;
-  for (int i = 0; i < n; ++i) frames.push_back(render(room, cam, pathPose(i, n), uint64_t(i + 1) * 33333333ull));
-  std::printf("rendered room 6 x 2.6 x 4 m with a chest and a ball, %d frames 640x360, exact depth\n", n);
+  for (int i = 0; i < n; ++i) frames.push_back(render(seq, i));
+  std::printf("synthesized room (seed 1), %d frames %dx%d, true depth and poses\n", n, seq.rectified().size.width,
+              seq.rectified().size.height);
+  std::vector<Eigen::Vector3f> tv;
+  std::vector<std::array<uint32_t, 3>> tt;
+  {
+    std::vector<Eigen::Vector3f> v;
+    std::vector<Eigen::Vector3i> t;
+    seq.surfaceMesh(v, t);
+    for (const auto& p : v) tv.push_back(toImage(p));
+    for (const auto& f : t) tt.push_back({uint32_t(f[0]), uint32_t(f[1]), uint32_t(f[2])});
+  }
+  const pv::internal::SurfaceDistance truth(tv, tt, 0.05f);
 
   for (float voxel : {0.05f, 0.02f}) {
     pv::Mesh mesh;
     MappingStats st;
-    scan(room, frames, voxel, mesh, st, voxel > 0.03f);
+    scan(frames, voxel, mesh, st, voxel > 0.03f);
+    if (!png.empty() && voxel < 0.03f) {
+      // From above and outside one corner, looking at the middle of the map. Down is the mean of
+      // the cameras' down axes (the path keeps the camera level).
+      Eigen::Vector3f down = Eigen::Vector3f::Zero();
+      for (const auto& f : frames) down += f.T_world_camera.block<3, 1>(0, 1);
+      down.normalize();
+      Eigen::Vector3f side = down.cross(Eigen::Vector3f::UnitX());
+      side.normalize();
+      Eigen::Vector3f lo = Eigen::Vector3f::Constant(1e9f), hi = -lo;
+      for (const auto& p : mesh.vertices) {
+        lo = lo.cwiseMin(Eigen::Vector3f(p.x, p.y, p.z));
+        hi = hi.cwiseMax(Eigen::Vector3f(p.x, p.y, p.z));
+      }
+      const Eigen::Vector3f centre = 0.5f * (lo + hi);
+      const float size = (hi - lo).norm();
+      const Eigen::Vector3f eye = centre + (0.5f * side + 0.35f * down.cross(side) - 0.75f * down) * size;
+      const bool drawn = drawMesh(mesh, eye, centre, down, png);
+      std::printf("%s %s\n", drawn ? "picture of the 2 cm mesh:" : "could not write", png.c_str());
+    }
     std::vector<Eigen::Vector3f> v;
     std::vector<std::array<uint32_t, 3>> t;
     for (const auto& p : mesh.vertices) v.emplace_back(p.x, p.y, p.z);
     for (const auto& tri : mesh.triangles) t.push_back({tri.x, tri.y, tri.z});
-    double sum = 0, sum2 = 0;
-    for (const auto& p : v) {
-      const double d = room.distance(p);
-      sum += d;
-      sum2 += d * d;
-    }
     double area = 0;
     for (const auto& tri : t) area += 0.5 * double((v[tri[1]] - v[tri[0]]).cross(v[tri[2]] - v[tri[0]]).norm());
-    std::vector<Eigen::Vector3f> tv;
-    std::vector<std::array<uint32_t, 3>> tt;
-    truthMesh(tv, tt);
     // Seen: in view, unoccluded and within range in one of the frames (every 4th checked).
     auto seen = [&](const Eigen::Vector3f& x) {
       for (size_t i = 0; i < frames.size(); i += 4) {
@@ -173,23 +208,21 @@ int main(int argc, char** argv) {
     };
     const MeshEvaluation e = evaluateMesh(v, t, tv, tt, voxel, 0.25f, seen);
     std::printf(
-        "voxel %.0f cm: %zu triangles, accuracy mean %.2f mm (%.2f voxel), rms %.2f mm; completeness %.1f %% within "
+        "voxel %.0f cm: %zu triangles, accuracy mean %.2f mm (%.3f voxel), rms %.2f mm; completeness %.1f %% within "
         "%.0f cm (of %zu seen truth samples); fusion %.2f ms/frame; blocks %.1f MB + meshes %.1f MB for %.1f m^2 = "
         "%.2f "
         "MB/m^2\n",
-        voxel * 100, t.size(), 1000 * sum / double(v.size()), sum / double(v.size()) / voxel,
-        1000 * std::sqrt(sum2 / double(v.size())), e.completeness_pct, voxel * 100, e.truth_seen,
-        st.integrate_ms_total / double(st.frames_fused), double(st.block_bytes) / (1 << 20),
-        double(st.mesh_bytes) / (1 << 20), area, double(st.block_bytes + st.mesh_bytes) / (1 << 20) / area);
+        voxel * 100, t.size(), 1000 * e.accuracy_mean_m, e.accuracy_mean_m / voxel, 1000 * e.accuracy_rms_m,
+        e.completeness_pct, voxel * 100, e.truth_seen, st.integrate_ms_total / double(st.frames_fused),
+        double(st.block_bytes) / (1 << 20), double(st.mesh_bytes) / (1 << 20), area,
+        double(st.block_bytes + st.mesh_bytes) / (1 << 20) / area);
   }
 
   // HD720 depth at 5 cm: the fusion work behind one grab of the live pipeline.
-  PinholeCamera hd;
-  hd.width = 1280;
-  hd.height = 720;
-  hd.fx = hd.fy = 700;
-  hd.cx = 639.5;
-  hd.cy = 359.5;
+  pv::internal::synth::SynthOptions ho = so;
+  ho.resolution = pv::RESOLUTION::HD720;
+  pv::internal::synth::SyntheticSequence hd;
+  if (hd.init(ho) != pv::ERROR_CODE::SUCCESS) return 1;
   TsdfParameters p;
   p.voxel_m = 0.05f;
   p.max_depth_m = 5.f;
@@ -197,12 +230,12 @@ int main(int argc, char** argv) {
   double total = 0;
   const int hd_frames = std::min(n, 60);
   for (int i = 0; i < hd_frames; ++i) {
-    DepthFrame f = render(room, hd, pathPose(i * n / hd_frames, n), uint64_t(i + 1));
+    DepthFrame f = render(hd, i * n / hd_frames);
     const auto t0 = Clock::now();
     volume.integrate(f);
     total += ms(t0);
   }
-  std::printf("HD720 depth (1280x720) fused at 5 cm: %.2f ms/frame (%.0f frames/s of fusion capacity)\n",
-              total / hd_frames, 1000.0 * hd_frames / total);
+  std::printf("HD720 depth (%dx%d) fused at 5 cm: %.2f ms/frame (%.0f frames/s of fusion capacity)\n",
+              hd.rectified().size.width, hd.rectified().size.height, total / hd_frames, 1000.0 * hd_frames / total);
   return 0;
 }
