@@ -194,18 +194,7 @@ int main(int argc, char** argv) {
     double area = 0;
     for (const auto& tri : t) area += 0.5 * double((v[tri[1]] - v[tri[0]]).cross(v[tri[2]] - v[tri[0]]).norm());
     // Seen: in view, unoccluded and within range in one of the frames (every 4th checked).
-    auto seen = [&](const Eigen::Vector3f& x) {
-      for (size_t i = 0; i < frames.size(); i += 4) {
-        const DepthFrame& f = frames[i];
-        const Eigen::Matrix4f T_cw = f.T_world_camera.inverse();
-        const Eigen::Vector3f pc = T_cw.topLeftCorner<3, 3>() * x + T_cw.topRightCorner<3, 1>();
-        if (pc.z() <= 0.1f || pc.z() > 5.f) continue;
-        const int u = int(f.fx * pc.x() / pc.z() + f.cx + 0.5), r = int(f.fy * pc.y() / pc.z() + f.cy + 0.5);
-        if (u < 0 || r < 0 || u >= f.depth_m.cols || r >= f.depth_m.rows) continue;
-        if (std::abs(f.depth_m.at<float>(r, u) - pc.z()) < 0.01f) return true;
-      }
-      return false;
-    };
+    auto seen = [&](const Eigen::Vector3f& x) { return visibleInAny(frames, x, 4, 0.01f, 5.f); };
     const MeshEvaluation e = evaluateMesh(v, t, tv, tt, voxel, 0.25f, seen);
     std::printf(
         "voxel %.0f cm: %zu triangles, accuracy mean %.2f mm (%.3f voxel), rms %.2f mm; completeness %.1f %% within "

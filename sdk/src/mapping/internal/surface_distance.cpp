@@ -172,4 +172,18 @@ MeshEvaluation evaluateMesh(const std::vector<Eigen::Vector3f>& mesh_vertices,
   return r;
 }
 
+bool visibleInAny(const std::vector<DepthFrame>& frames, const Eigen::Vector3f& p_world, size_t stride,
+                  float tolerance_m, float max_depth_m) {
+  for (size_t i = 0; i < frames.size(); i += std::max<size_t>(stride, 1)) {
+    const DepthFrame& f = frames[i];
+    const Eigen::Matrix3f R = f.T_world_camera.topLeftCorner<3, 3>();
+    const Eigen::Vector3f pc = R.transpose() * (p_world - f.T_world_camera.topRightCorner<3, 1>());
+    if (pc.z() <= 0.05f || pc.z() > max_depth_m) continue;
+    const int u = int(f.fx * pc.x() / pc.z() + f.cx + 0.5), v = int(f.fy * pc.y() / pc.z() + f.cy + 0.5);
+    if (u < 0 || v < 0 || u >= f.depth_m.cols || v >= f.depth_m.rows) continue;
+    if (std::abs(f.depth_m.at<float>(v, u) - pc.z()) < tolerance_m) return true;
+  }
+  return false;
+}
+
 }  // namespace pv::internal

@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "mapping/internal/tsdf_volume.h"
+
 namespace pv::internal {
 
 /// Closest point of triangle (a, b, c) to p.
@@ -55,5 +57,10 @@ MeshEvaluation evaluateMesh(const std::vector<Eigen::Vector3f>& mesh_vertices,
                             const std::vector<Eigen::Vector3f>& truth_vertices,
                             const std::vector<std::array<uint32_t, 3>>& truth_triangles, float threshold_m,
                             float seen_radius_m, const std::function<bool(const Eigen::Vector3f&)>& seen = {});
+
+/// True when `p_world` shows in one of the frames (every `stride`-th checked): in view, within
+/// `max_depth_m` and not hidden, its depth agreeing with the frame's within `tolerance_m`.
+bool visibleInAny(const std::vector<DepthFrame>& frames, const Eigen::Vector3f& p_world, size_t stride,
+                  float tolerance_m, float max_depth_m);
 
 }  // namespace pv::internal
