@@ -32,8 +32,6 @@ bool within(float value, const std::pair<float, float>& bounds) {
 ERROR_CODE Camera::enableSpatialMapping(SpatialMappingParameters parameters) {
   internal::CameraState& s = *state_;
   if (!s.opened) return fail(ERROR_CODE::CAMERA_NOT_INITIALIZED, "enableSpatialMapping on a closed camera");
-  if (!isPositionalTrackingEnabled())
-    return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping needs positional tracking: enable it first");
   if (moduleOf(s)) return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "spatial mapping is already enabled");
   if (!within(parameters.resolution_meter, SpatialMappingParameters::allowed_resolution))
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "resolution_meter outside 0.01 .. 0.20 m");
@@ -46,9 +44,13 @@ ERROR_CODE Camera::enableSpatialMapping(SpatialMappingParameters parameters) {
   const SPATIAL_MAP_TYPE type = parameters.map_type;
   if (type != SPATIAL_MAP_TYPE::MESH && type != SPATIAL_MAP_TYPE::FUSED_POINT_CLOUD && !isOfflineType(type))
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown map_type");
+  // The live types fuse at the tracked pose of each grab; the two-pass types at the poses a
+  // tracking pass over the recording refined (tracking may be off again by then).
   if (isOfflineType(type) && !s.refined_pose)
     return fail(ERROR_CODE::MODULE_NOT_ENABLED,
                 "map types 5 and 6 need the refined poses of a tracking pass over this recording");
+  if (!isOfflineType(type) && !isPositionalTrackingEnabled())
+    return fail(ERROR_CODE::MODULE_NOT_ENABLED, "spatial mapping needs positional tracking: enable it first");
 
   internal::MappingConfig config;
   config.voxel_m = parameters.resolution_meter;

@@ -118,6 +118,7 @@ int parse(const pavo::Args& args, Options& o) {
   if (o.points && (o.texture || o.filter >= 0 || o.save_raw))
     return pavo::usageError(kName, "--texture, --filter and --save-raw apply to meshes only");
   if (o.two_pass && o.gt_poses) return pavo::usageError(kName, "--two-pass and --gt-poses exclude each other");
+  if (o.gt_poses && !o.trajectory.empty()) return pavo::usageError(kName, "--trajectory records tracking, which --gt-poses leaves off");
   return 0;
 }
 
@@ -243,7 +244,8 @@ int runMap(int argc, char** argv) {
   if (const pv::ERROR_CODE code = camera.open(init); code != pv::ERROR_CODE::SUCCESS)
     return pavo::failure(
         kName, "cannot open " + o.ktr + ": " + pv::toString(code).c_str() + " (" + pv::lastErrorDetail().c_str() + ")");
-  if (camera.enablePositionalTracking() != pv::ERROR_CODE::SUCCESS)
+  // With --gt-poses the map is fused at the recording's true poses: no tracking runs.
+  if (!o.gt_poses && camera.enablePositionalTracking() != pv::ERROR_CODE::SUCCESS)
     return pavo::failure(kName, std::string("positional tracking failed: ") + pv::lastErrorDetail().c_str());
 
   pv::SpatialMappingParameters mp;
