@@ -120,6 +120,10 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Ma
   // The measurement's noise weight, at the block's depth (the band is thin against the depth).
   const float wn = noiseWeight(centre.z());
   const float fw = float(w), fh = float(h);
+  const float max_weight = p_.max_weight;
+  // Both images are continuous (the depth is made here, the colour checked by the caller).
+  const float* depth_data = depth.ptr<float>();
+  const uint8_t* bgr_data = colour ? f.bgr.ptr<uint8_t>() : nullptr;
   for (int k = 0; k < kBlockSide; ++k) {
     for (int j = 0; j < kBlockSide; ++j) {
       const Eigen::Vector3f row = origin_c + ay * float(j) + az * float(k);
@@ -132,29 +136,40 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Ma
         us[i] = fx * x * inv_z + cx + 0.5f;
         vs[i] = fy * y * inv_z + cy + 0.5f;
       }
-      int idx = kBlockSide * j + kBlockSide * kBlockSide * k;
-      for (int i = 0; i < kBlockSide; ++i, ++idx) {
-        if (!(zs[i] > 0.f && us[i] >= 0.f && vs[i] >= 0.f && us[i] < fw && vs[i] < fh)) continue;
-        const int u = int(us[i]), v = int(vs[i]);
-        const float d = depth.ptr<float>(v)[u];
-        if (!(d > 0.f)) continue;
+      // Depth under each voxel (0: outside the image or unusable), gathered one by one.
+      float ds[kBlockSide];
+      int pixel[kBlockSide];
+      for (int i = 0; i < kBlockSide; ++i) {
+        const bool inside = zs[i] > 0.f && us[i] >= 0.f && vs[i] >= 0.f && us[i] < fw && vs[i] < fh;
+        pixel[i] = inside ? int(vs[i]) * w + int(us[i]) : 0;
+        ds[i] = inside ? depth_data[pixel[i]] : 0.f;
+      }
+      // Branch-free running averages over the row (the compiler vectorises this loop).
+      const int row_start = kBlockSide * j + kBlockSide * kBlockSide * k;
+      float* T = b.tsdf.data() + row_start;
+      float* W = b.weight.data() + row_start;
+      float near_surface[kBlockSide], rate[kBlockSide];
+      for (int i = 0; i < kBlockSide; ++i) {
         // Signed distance along the ray through the voxel, in truncation units.
-        const float value = (d - zs[i]) * scale;
-        if (value < -1.f) continue;
-        float& W = b.weight[size_t(idx)];
-        float& T = b.tsdf[size_t(idx)];
-        // Free space seen again where only free space was seen: nothing to average.
-        if (value >= 1.f && T >= 1.f && W > 0.f) continue;
-        const float total = W + wn;
-        const float a = wn / total;
-        T += a * (std::min(1.f, value) - T);
-        if (colour && value < 1.f) {
-          const uint8_t* c = f.bgr.ptr<uint8_t>(v) + 3 * u;
-          auto& dst = b.bgr[size_t(idx)];
-          for (int ch = 0; ch < 3; ++ch)
-            dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + a * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
-        }
-        W = std::min(total, p_.max_weight);
+        const float value = (ds[i] - zs[i]) * scale;
+        // Free space seen again where only free space was seen: nothing to average. (Masks as
+        // numbers, so that the loop has no branch.)
+        const float settled = float(value >= 1.f) * float(T[i] >= 1.f) * float(W[i] > 0.f);
+        const float update = float(ds[i] > 0.f) * float(value >= -1.f) * (1.f - settled);
+        const float total = W[i] + wn;
+        const float a = update * wn / total;
+        T[i] += a * (std::min(1.f, value) - T[i]);
+        W[i] += update * (std::min(total, max_weight) - W[i]);
+        rate[i] = a;
+        near_surface[i] = float(value < 1.f) * a;
+      }
+      if (!colour) continue;
+      for (int i = 0; i < kBlockSide; ++i) {
+        if (near_surface[i] <= 0.f) continue;
+        const uint8_t* c = bgr_data + 3 * pixel[i];
+        auto& dst = b.bgr[size_t(row_start + i)];
+        for (int ch = 0; ch < 3; ++ch)
+          dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[i] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
       }
     }
   }
@@ -181,9 +196,15 @@ void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
   }
 }
 
-IntegrationStats TsdfVolume::integrate(const DepthFrame& frame) {
+IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   IntegrationStats stats;
-  if (frame.depth_m.empty() || frame.depth_m.type() != CV_32F || frame.fx <= 0 || frame.fy <= 0) return stats;
+  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
+  // Colour is used when it matches the depth pixel for pixel.
+  DepthFrame frame = input;
+  if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
+    frame.bgr.release();
+  else if (!frame.bgr.isContinuous())
+    frame.bgr = frame.bgr.clone();
   std::vector<int> band;
   collectBlocks(frame, band, stats);
   // Depth with every unusable pixel (invalid, out of range) set to 0.
