@@ -237,3 +237,33 @@ TEST(TsdfVolume, ChunksAreFixedCubesAndChangesMarkOnlyTheirChunks) {
     EXPECT_FLOAT_EQ(side, 1.6f);
   }
 }
+
+TEST(TsdfVolume, MixedPixelsOnDepthEdgesAreNotFused) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 3.f}, {0.f, 0.f, -1.f});
+  scene.addBox({-5.f, -5.f, 1.5f}, {0.f, 5.f, 1.6f});  // left half of the view at 1.5 m
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  DepthFrame f = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  // A stereo matcher's edge fattening: pixels across the edge take depths between both sides.
+  for (int v = 0; v < f.depth_m.rows; ++v)
+    for (int u = 0; u < f.depth_m.cols - 1; ++u)
+      if (f.depth_m.at<float>(v, u) < 2.f && f.depth_m.at<float>(v, u + 1) > 2.f) {
+        f.depth_m.at<float>(v, u + 1) = 2.0f;
+        f.depth_m.at<float>(v, u + 2) = 2.5f;
+        break;
+      }
+  for (const float jump : {0.04f, 10.f}) {  // the default, and no edge test at all
+    p.edge_jump = jump;
+    TsdfVolume volume(p);
+    for (int i = 0; i < 3; ++i) volume.integrate(f);
+    const MeshAll m = meshAll(volume);
+    size_t between = 0;
+    for (const auto& v : m.vertices) between += scene.distance(v) > 2.f * p.voxel_m;
+    if (jump < 1.f)
+      EXPECT_EQ(between, 0u);
+    else
+      EXPECT_GT(between, 10u);  // the test can tell
+  }
+}

@@ -207,13 +207,29 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
     frame.bgr = frame.bgr.clone();
   std::vector<int> band;
   collectBlocks(frame, band, stats);
-  // Depth with every unusable pixel (invalid, out of range) set to 0.
+  // Depth with every unusable pixel set to 0: invalid, out of range, or on a depth edge (a pixel
+  // that jumps from a 4-neighbour by more than a few percent of its depth mixes two surfaces).
   cv::Mat depth(frame.depth_m.size(), CV_32F);
+  const float min_m = p_.min_depth_m, max_m = p_.max_depth_m, jump = p_.edge_jump;
   cv::parallel_for_(cv::Range(0, depth.rows), [&](const cv::Range& r) {
+    const int cols = depth.cols, rows = depth.rows;
     for (int v = r.start; v < r.end; ++v) {
       const float* src = frame.depth_m.ptr<float>(v);
+      const float* up = frame.depth_m.ptr<float>(std::max(v - 1, 0));
+      const float* down = frame.depth_m.ptr<float>(std::min(v + 1, rows - 1));
       float* dst = depth.ptr<float>(v);
-      for (int u = 0; u < depth.cols; ++u) dst[u] = usable(src[u], p_.min_depth_m, p_.max_depth_m) ? src[u] : 0.f;
+      for (int u = 0; u < cols; ++u) {
+        const float d = src[u];
+        if (!usable(d, min_m, max_m)) {
+          dst[u] = 0.f;
+          continue;
+        }
+        const float limit = jump * d;
+        const float n[4] = {src[std::max(u - 1, 0)], src[std::min(u + 1, cols - 1)], up[u], down[u]};
+        bool edge = false;
+        for (float x : n) edge |= std::isfinite(x) && x > 0.f && std::abs(x - d) > limit;
+        dst[u] = edge ? 0.f : d;
+      }
     }
   });
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
