@@ -155,7 +155,7 @@ ERROR_CODE KtrReader::open(const std::string& path) {
   if (err != ERROR_CODE::SUCCESS) {
     const std::string why = lastErrorDetail().str();
     s.release();
-    return fail(err, path + ": " + why);
+    return fail(err, path + ": " + why.substr(why.find(": ") + 2));
   }
   const AVCodecParameters* par = s.fmt->streams[s.stream]->codecpar;
   if (par->width != 2 * s.metadata.width || par->height != s.metadata.height) {

@@ -57,10 +57,9 @@ int runSynth(int argc, char** argv) {
     if (done % 10 == 0 || done == total) std::cerr << "\rframe " << done << "/" << total << std::flush;
   });
   std::cerr << "\n";
-  if (err != pv::ERROR_CODE::SUCCESS)
-    return pavo::failure(kName, std::string(pv::toString(err).c_str()) + ": " + pv::lastErrorDetail().c_str());
+  if (err != pv::ERROR_CODE::SUCCESS) return pavo::failure(kName, pv::lastErrorDetail().c_str());
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const std::string stem = pv::internal::synth::sideFileStem(out);
+  const std::string stem = pv::internal::sideFileStem(out);
   std::cout << "wrote " << out << " (" << o.frames << " frames, " << o.frames / seconds << " frames/s), " << stem
             << ".gt.txt, " << stem << ".gt.ply" << (o.gt_depth ? ", " + stem + ".gt-depth/" : std::string()) << "\n";
   return 0;
