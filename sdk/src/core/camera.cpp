@@ -183,7 +183,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
 
   {
     std::lock_guard<std::mutex> lock(in->recording_mutex);
-    if (in->recorder && in->recorder->write(in->raw, int64_t(timestamp_ns)) != ERROR_CODE::SUCCESS) {
+    if (in->recorder && in->raw.channels() == 4) cv::cvtColor(in->raw, in->raw_bgr, cv::COLOR_BGRA2BGR);
+    const cv::Mat& raw_bgr = in->raw.channels() == 4 ? in->raw_bgr : in->raw;
+    if (in->recorder && in->recorder->write(raw_bgr, int64_t(timestamp_ns)) != ERROR_CODE::SUCCESS) {
       const std::string why = lastErrorDetail().str();
       in->recorder->close();
       in->recorder.reset();
@@ -192,9 +194,7 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   }
 
   internal::FrameData& f = s.frame;
-  in->rectifier.apply(in->raw, f.left_bgr, f.right_bgr);
-  cv::cvtColor(f.left_bgr, f.left_gray, cv::COLOR_BGR2GRAY);
-  cv::cvtColor(f.right_bgr, f.right_gray, cv::COLOR_BGR2GRAY);
+  in->rectifier.apply(in->raw, f.left_bgr, f.right_bgr, f.left_gray, f.right_gray);
   f.timestamp_ns = timestamp_ns;
   f.index = index;
   f.valid = true;

@@ -66,10 +66,21 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
   return ERROR_CODE::SUCCESS;
 }
 
-void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right) const {
+void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right, cv::Mat& left_gray, cv::Mat& right_gray) {
   const int w = rectified_.size.width;
-  cv::remap(sbs(cv::Rect(0, 0, w, sbs.rows)), left, map_left_[0], map_left_[1], cv::INTER_LINEAR);
-  cv::remap(sbs(cv::Rect(w, 0, w, sbs.rows)), right, map_right_[0], map_right_[1], cv::INTER_LINEAR);
+  cv::Mat* out[2] = {&left, &right};
+  cv::Mat* gray[2] = {&left_gray, &right_gray};
+  const cv::Mat* maps[2] = {map_left_, map_right_};
+  for (int eye = 0; eye < 2; ++eye) {
+    const cv::Mat half = sbs(cv::Rect(eye * w, 0, w, sbs.rows));
+    if (sbs.channels() == 4) {
+      cv::remap(half, scratch_[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
+      cv::cvtColor(scratch_[eye], *out[eye], cv::COLOR_BGRA2BGR);
+    } else {
+      cv::remap(half, *out[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
+    }
+    cv::cvtColor(*out[eye], *gray[eye], cv::COLOR_BGR2GRAY);
+  }
 }
 
 CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {
