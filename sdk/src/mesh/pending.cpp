@@ -12,12 +12,5 @@ bool unavailable(const char* what) {
 
 bool Mesh::filter(MeshFilterParameters, bool) { return unavailable("Mesh::filter"); }
 bool Mesh::applyTexture(MESH_TEXTURE_FORMAT) { return unavailable("Mesh::applyTexture"); }
-bool Mesh::save(const String&, MESH_FILE_FORMAT, const std::vector<int>&) const { return unavailable("Mesh::save"); }
-bool Mesh::load(const String&, bool) { return unavailable("Mesh::load"); }
-void Mesh::mergeChunks(int) { unavailable("Mesh::mergeChunks"); }
-bool FusedPointCloud::save(const String&, MESH_FILE_FORMAT, const std::vector<int>&) const {
-  return unavailable("FusedPointCloud::save");
-}
-bool FusedPointCloud::load(const String&, bool) { return unavailable("FusedPointCloud::load"); }
 
 }  // namespace pv

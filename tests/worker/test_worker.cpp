@@ -1,0 +1,266 @@
+// The mapping worker on its own thread, scanning synthesized recordings and the virtual camera.
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "InputThreadModul.h"
+#include "ProgramStates.h"
+#include "test_utils.h"
+#include "worker_harness.h"
+
+// Skips the calling test when no recording could be synthesized.
+#define REQUIRE_RECORDING() \
+  if (recording_.isEmpty()) QSKIP("recordings cannot be synthesized in this build")
+
+class TestWorker : public QObject {
+  Q_OBJECT
+
+ private:
+  QString recording_;  // small VGA room recording
+  QString meshes_dir_;
+
+  void resetStates() {
+    ProgramStates::resetStates();
+    ProgramStates::setIntAttr(ProgramStates::DEPTH_MODE, 1);  // PERFORMANCE
+    ProgramStates::qstringAttr(ProgramStates::MESHES_DIR) = meshes_dir_;
+  }
+  // Opens the recording, starts the worker and the scan; the scan runs to its end.
+  bool scanRecording(WorkerRun& run, int filter, bool fused, int memory_mb = 2048) {
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    if (run.open(false) != 0) return false;
+    run.start();
+    run.worker->startScan(3.5f, 0.05f, filter, fused, memory_mb);
+    return true;
+  }
+  static QStringList filesIn(const QString& dir) { return QDir(dir).entryList(QDir::Files, QDir::Name); }
+
+ private slots:
+  void initTestCase() {
+    meshes_dir_ = QString::fromStdString(mapura::test::scratchDir("worker-meshes"));
+    recording_ = synthesizeRecording("room", "room", 150, "ffv1");
+  }
+
+  void init() { resetStates(); }
+
+  void noLiveCameraGivesMinusOne() {
+    qunsetenv("PAVO_VIRTUAL_CAMERA");
+    InputThreadModul worker;
+    QCOMPARE(worker.initPAVO(true), -1);
+    QCOMPARE(worker.serialNumber(), -1);
+    QVERIFY(!worker.isCameraOpen());
+  }
+
+  void invalidRecordingIsReportedNotOpened() {
+    QTemporaryDir dir;
+    const QString bad = dir.path() + "/bad.ktr";
+    QFile f(bad);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray(4096, 'x'));
+    f.close();
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = bad;
+    InputThreadModul worker;
+    const int result = worker.initPAVO(false);
+    QVERIFY(result != 0);
+    QVERIFY(!worker.isCameraOpen());
+    QVERIFY(worker.isKTR());
+  }
+
+  void recordingOpensAndFramebufferIsDoubleHeight() {
+    REQUIRE_RECORDING();
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    InputThreadModul worker;
+    QCOMPARE(worker.initPAVO(false), 0);
+    QCOMPARE(worker.ktrFrameCount(), 150);
+    QVERIFY(worker.serialNumber() >= 0);
+    QCOMPARE(worker.init(), 0);
+    QCOMPARE(worker.state().load(), int(InputThreadModul::PREVIEW));
+    QCOMPARE(int(worker.frameBuffer().getWidth()), 640);
+    QCOMPARE(int(worker.frameBuffer().getHeight()), 720);
+    QVERIFY(worker.frameBuffer().getDataType() == pv::MAT_TYPE::U8_C4);
+    // Seeking is honoured only during the preview.
+    worker.askSetPosition(40);
+    QCOMPARE(worker.camera().getKTRPosition(), 40);
+    worker.state() = InputThreadModul::SCANNING;
+    worker.askSetPosition(10);
+    QCOMPARE(worker.camera().getKTRPosition(), 40);
+    worker.destruct();
+    QVERIFY(!worker.frameBuffer().isInit());
+  }
+
+  void outputFolderNamedAfterTheRecording() {
+    REQUIRE_RECORDING();
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    InputThreadModul worker;
+    QCOMPARE(worker.initPAVO(false), 0);
+    worker.init();
+    worker.startScan(-1.f, 0.05f, 3, false, 2048);
+    const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
+    QVERIFY2(
+        QRegularExpression("^" + QRegularExpression::escape(meshes_dir_) + "/room_\\d\\d-\\d\\d-\\d{4}-\\d\\d-\\d\\d/$")
+            .match(out)
+            .hasMatch(),
+        qPrintable(out));
+    // Range -1 takes the recommended range for the resolution.
+    const float range = worker.mappingParameters().range_meter;
+    QVERIFY(range >= 1.f && range <= 20.f);
+    QCOMPARE(worker.mappingParameters().use_chunk_only, true);
+    QCOMPARE(worker.state().load(), int(InputThreadModul::START_SCAN));
+    worker.destruct();
+  }
+
+  void scanToEndOfRecordingWritesMesh() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    QVERIFY(scanRecording(run, 1, false));
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+    QCOMPARE(run.the_end->count(), 1);
+    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_OF_RECORDING));
+    QCOMPARE(run.auto_end->count(), 1);
+    QCOMPARE(run.send_end->count(), 1);
+    QCOMPARE(run.send_end->at(0).at(0).toBool(), false);
+    // Signal cadence: every frame a path, a tracking state and a KTR step; an image every 5th.
+    const int frames = run.worker->frameCounter();
+    QCOMPARE(frames, 150);
+    QCOMPARE(run.path->count(), frames);
+    QCOMPARE(run.track->count(), frames);
+    QCOMPARE(run.increment->count(), frames);
+    QVERIFY(run.view_image->count() >= frames / 5);
+    // Map requests at most every 41 frames, each consumed by the view.
+    QVERIFY(run.view->uploads >= 2);
+    QVERIFY(run.view->uploads <= frames / 41 + 2);
+    const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
+    QCOMPARE(filesIn(out), QStringList({"mesh.ply"}));
+  }
+
+  void texturedRawAndFusedFiles() {
+    REQUIRE_RECORDING();
+    {
+      WorkerRun run;
+      ProgramStates::setBoolAttr(ProgramStates::APPLY_TEXTURE, true);
+      ProgramStates::setBoolAttr(ProgramStates::SAVE_RAW_MESH, true);
+      QVERIFY(scanRecording(run, 1, false));
+      QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+      QCOMPARE(run.send_end->count(), 1);
+      QCOMPARE(run.send_end->at(0).at(0).toBool(), true);
+      const QStringList files = filesIn(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR));
+      QVERIFY2(files.contains("mesh.obj") && files.contains("mesh_raw.ply") && !files.contains("mesh.ply"),
+               qPrintable(files.join(",")));
+    }
+    resetStates();
+    // Another base folder, so that the second scan of the same minute gets its own output folder.
+    ProgramStates::qstringAttr(ProgramStates::MESHES_DIR) =
+        QString::fromStdString(mapura::test::scratchDir("worker-meshes-fused"));
+    {
+      WorkerRun run;
+      ProgramStates::setBoolAttr(ProgramStates::FUSED_POINT_CLOUD, true);
+      QVERIFY(scanRecording(run, 3, true));
+      QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+      QCOMPARE(run.send_end->count(), 1);
+      QCOMPARE(filesIn(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)),
+               QStringList({"fused_point_cloud.ply"}));
+    }
+  }
+
+  void stopBeforeAnyMapGivesResetNeededAndNoFile() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    QCOMPARE(run.open(false), 0);
+    run.start();
+    run.worker->startScan(3.5f, 0.05f, 3, false, 2048);
+    QVERIFY(run.waitFor([&] { return run.worker->state() == InputThreadModul::SCANNING; }, 60000));
+    run.worker->state() = InputThreadModul::END_OF_SCAN;  // the user pressed Stop at once
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000));
+    if (run.send_end->count() == 0) {
+      QCOMPARE(run.reset_needed->count(), 1);
+      QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_BY_USER));
+      const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
+      QCOMPARE(filesIn(out), QStringList());
+    } else {
+      QSKIP("the first frames already produced a map before the stop took effect");
+    }
+  }
+
+  void tinyMemoryBudgetEndsWithCodeTwo() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    QVERIFY(scanRecording(run, 3, false, 1));
+    QVERIFY(run.waitFor([&] { return run.the_end->count() > 0; }, 600000));
+    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::MEMORY_FULL));
+    QVERIFY(run.worker->frameCounter() < 150);
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+  }
+
+  void virtualCameraDisconnectEndsWithCodeThree() {
+    REQUIRE_RECORDING();
+    qputenv("PAVO_VIRTUAL_CAMERA", recording_.toUtf8());
+    qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=60");
+    WorkerRun run;
+    const int opened = run.open(true);
+    qunsetenv("PAVO_VIRTUAL_CAMERA");
+    qunsetenv("PAVO_VIRTUAL_CAMERA_OPTIONS");
+    QCOMPARE(opened, 0);
+    QVERIFY(run.worker->serialNumber() > 0);
+    QCOMPARE(run.worker->ktrFrameCount(), -1);
+    run.start();
+    QVERIFY(run.waitFor([&] { return run.view_image->count() > 2; }, 60000));  // preview runs
+    run.worker->startScan(3.5f, 0.05f, 3, false, 2048);
+    const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
+    QVERIFY2(out.contains("/Live_" + QString::number(run.worker->serialNumber()) + "_"), qPrintable(out));
+    QVERIFY(run.waitFor([&] { return run.the_end->count() > 0; }, 600000));
+    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::CAMERA_DISCONNECTED));
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+  }
+
+  void twoPassFlow() {
+    REQUIRE_RECORDING();
+    QTemporaryDir cwd;
+    const QString previous = QDir::currentPath();
+    QDir::setCurrent(cwd.path());
+    WorkerRun run;
+    ProgramStates::setBoolAttr(ProgramStates::OFFLINE_MODE, true);
+    QVERIFY(scanRecording(run, 3, false));
+    QVERIFY(run.waitFor([&] { return run.pre_process_end->count() > 0; }, 600000));
+    QVERIFY(QFileInfo::exists(cwd.path() + "/Foo.ogt"));
+    QVERIFY(run.pre_process->count() > 0);
+    QCOMPARE(run.pre_process->last().at(0).toInt(), 100);
+    QCOMPARE(int(run.worker->mappingParameters().map_type), 5);
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_OF_RECORDING));
+    QCOMPARE(run.send_end->count(), 1);
+    QDir::setCurrent(previous);
+  }
+
+  void destructDuringTexturingStopsBeforeTheObj() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    ProgramStates::setBoolAttr(ProgramStates::APPLY_TEXTURE, true);
+    QVERIFY(scanRecording(run, 3, false));
+    QVERIFY(run.waitFor(
+        [&] {
+          return ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) == "Texturing mesh ..." ||
+                 run.send_end->count() > 0;
+        },
+        600000));
+    if (run.send_end->count() > 0) QSKIP("texturing finished before the reset could be observed");
+    run.stop();  // the application is reset while the mesh is being textured
+    QCOMPARE(run.send_end->count(), 0);
+    QVERIFY(!QFileInfo::exists(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR) + "mesh.obj"));
+  }
+
+  void destructWaitsForAMapRetrieval() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    QVERIFY(scanRecording(run, 3, false));
+    QVERIFY(run.waitFor([&] { return run.worker->mapRequestState() != 0 || run.the_end->count() > 0; }, 600000));
+    run.worker->destruct();
+    // destruct() returns only once no retrieval is running on the pool.
+    QVERIFY(run.worker->mapRequestState() != 2);
+    run.stop();
+  }
+};
+
+QTEST_MAIN(TestWorker)
+#include "test_worker.moc"

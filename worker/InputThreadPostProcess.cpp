@@ -1,0 +1,128 @@
+// Offline pre-processing of recordings and the end-of-scan extraction, filtering, texturing and
+// export of the mapping worker.
+#include <QDir>
+#include <QThread>
+
+#include "InputThreadModul.h"
+#include "ProgramStates.h"
+
+namespace {
+
+pv::RuntimeParameters offlineRuntimeParameters() {
+  return pv::RuntimeParameters(pv::SENSING_MODE::STANDARD, true, 100, 100, pv::REFERENCE_FRAME::CAMERA, true);
+}
+
+pv::String utf8(const QString& path) { return pv::String(path.toUtf8().constData()); }
+
+}  // namespace
+
+void InputThreadModul::processOffline() {
+  const pv::ERROR_CODE result = camera_.grab(offlineRuntimeParameters());
+  if (result == pv::ERROR_CODE::END_OF_KTR_FILE_REACHED) {
+    state_ = RESTART_AFTER_PREPROCESSING;
+    return;
+  }
+  if (result != pv::ERROR_CODE::SUCCESS) return;
+  ++frame_counter_;
+  if (frame_counter_ % 5 == 0) {
+    (void)camera_.retrieveImage(image_view_, pv::VIEW::LEFT, pv::MEM::GPU, image_view_.getResolution());
+    (void)camera_.retrieveImage(second_view_, pv::VIEW::TRACKING, pv::MEM::GPU, second_view_.getResolution());
+    emit sendViewImage();
+  }
+  if (frame_counter_ % 30 == 0) QThread::msleep(15);
+  const float percent = float(frame_counter_) / float(ktr_frame_count_) * 100.f;
+  emit updatePreProcess(static_cast<int>(percent));
+}
+
+void InputThreadModul::processOfflineRestart() {
+  for (int i = 0; i < 10; ++i) QThread::msleep(20);
+  (void)camera_.saveAreaMap("Foo.ogt");
+  camera_.disablePositionalTracking("");
+  camera_.setKTRPosition(0);
+  pv::PositionalTrackingParameters tracking;
+  tracking.enable_area_memory = false;
+  (void)camera_.enablePositionalTracking(tracking);
+  ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 1);
+  ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, true);
+  // The offset tells the SDK to fuse at the poses refined by the pre-processing pass.
+  mapping_parameters_.map_type = static_cast<pv::SPATIAL_MAP_TYPE>(static_cast<int>(mapping_parameters_.map_type) + 5);
+  (void)camera_.enableSpatialMapping(mapping_parameters_);
+  frame_counter_ = 0;
+  last_map_frame_ = 0;
+  end_code_ = END_BY_USER;
+  emit preprocessEnd();
+  state_ = SCANNING;
+}
+
+void InputThreadModul::endProcess() {
+  ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) =
+      fused_point_cloud_mode_ ? "Extracting fused point cloud..." : "Extracting mesh...";
+  emit theEnd(end_code_);
+  {
+    std::lock_guard<std::mutex> lock(map_mutex_);
+    if (fused_point_cloud_mode_)
+      (void)camera_.extractWholeSpatialMap(fused_point_cloud_);
+    else
+      (void)camera_.extractWholeSpatialMap(mesh_);
+  }
+  ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, false);
+  ProgramStates::setBoolAttr(ProgramStates::MAP_UPDATE_READY, true);
+  camera_.disableSpatialMapping();
+  camera_.disablePositionalTracking("");
+}
+
+bool InputThreadModul::waitForMapRequestAllowed() {
+  while (!ProgramStates::getBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED)) {
+    // A reset while waiting must not leave the worker thread blocked for ever.
+    if (aborted()) return false;
+    QThread::msleep(1);
+  }
+  return true;
+}
+
+void InputThreadModul::postProcess() {
+  post_processing_running_ = true;
+  const QString out_dir = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
+  QDir(QDir::rootPath()).mkpath(out_dir);
+
+  if (!waitForMapRequestAllowed()) return;
+  ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, false);
+
+  if (fused_point_cloud_mode_) {
+    if (fused_point_cloud_.getNumberOfPoints() > 0) {
+      (void)fused_point_cloud_.save(utf8(out_dir + "fused_point_cloud.ply"), pv::MESH_FILE_FORMAT::PLY);
+      emit sendEnd(false);
+      return;
+    }
+  } else if (mesh_.getNumberOfTriangles() > 0) {
+    if (ProgramStates::getBoolAttr(ProgramStates::SAVE_RAW_MESH))
+      (void)mesh_.save(utf8(out_dir + "mesh_raw.ply"), pv::MESH_FILE_FORMAT::PLY);
+    ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = "Filtering mesh ...";
+    if (abort_post_processing_) return;
+    if (mesh_filter_level_ != kNoFilter) {
+      std::lock_guard<std::mutex> lock(map_mutex_);
+      const auto level = static_cast<pv::MeshFilterParameters::MESH_FILTER>(mesh_filter_level_);
+      (void)mesh_.filter(pv::MeshFilterParameters(level), false);
+    }
+    ProgramStates::setBoolAttr(ProgramStates::MAP_UPDATE_READY, true);
+    if (!waitForMapRequestAllowed()) return;
+    if (abort_post_processing_) return;
+    const bool textured = ProgramStates::getBoolAttr(ProgramStates::APPLY_TEXTURE);
+    if (textured) {
+      ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = "Texturing mesh ...";
+      {
+        std::lock_guard<std::mutex> lock(map_mutex_);
+        (void)mesh_.applyTexture(pv::MESH_TEXTURE_FORMAT::RGB);
+      }
+      if (abort_post_processing_) return;
+      (void)mesh_.save(utf8(out_dir + "mesh.obj"), pv::MESH_FILE_FORMAT::OBJ);
+    } else {
+      (void)mesh_.save(utf8(out_dir + "mesh.ply"), pv::MESH_FILE_FORMAT::PLY);
+    }
+    if (abort_post_processing_) return;
+    emit sendEnd(textured);
+    return;
+  }
+  emit sendResetNeeded();
+  post_processing_running_ = false;
+}
