@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <opencv2/imgproc.hpp>
 #include <thread>
 
@@ -218,6 +219,20 @@ TEST(CameraRecording, BadInputsFailWithTheirCodesAndLeaveNothingOpen) {
   p.camera_resolution = RESOLUTION::HD720;
   ASSERT_EQ(camera.open(p), ERROR_CODE::SUCCESS);
   EXPECT_NE(camera.setCameraSettings(VIDEO_SETTINGS::GAIN, 50), ERROR_CODE::SUCCESS);
+}
+
+TEST(CameraRecording, RealTimeModeKeepsTheRecordedPace) {
+  InitParameters p = recordingParameters(test::smallRecording());
+  p.ktr_real_time_mode = true;
+  Camera camera;
+  ASSERT_EQ(camera.open(p), ERROR_CODE::SUCCESS);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+  // Ten frames at 30 fps span 9 frame intervals; never played faster than recorded.
+  EXPECT_GE(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 9 / 30.0 - 0.01);
+  camera.setKTRPosition(0);
+  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);  // a seek restarts the pacing, no long wait
+  EXPECT_EQ(camera.state()->frame.index, 0);
 }
 
 TEST(CameraRecording, RecordingAgainWritesAPlayableCopy) {

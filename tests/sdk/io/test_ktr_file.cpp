@@ -198,6 +198,14 @@ TEST(KtrFile, WriterRefusesBadFramesAndPaths) {
   EXPECT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/x.ktr", odd),
             ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
   EXPECT_NE(writer.open("/nonexistent-dir/x.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
+  // A full disk: the header or the frames cannot be written; no crash, an error code.
+  if (writer.open("/dev/full", smallMetadata()) == ERROR_CODE::SUCCESS) {
+    ERROR_CODE err = ERROR_CODE::SUCCESS;
+    for (int i = 0; i < 50 && err == ERROR_CODE::SUCCESS; ++i) err = writer.write(makeFrame(i), int64_t(i) * 40000000);
+    if (err == ERROR_CODE::SUCCESS) err = writer.close();
+    EXPECT_NE(err, ERROR_CODE::SUCCESS);
+    writer.close();
+  }
   ASSERT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/y.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
   EXPECT_EQ(writer.write(cv::Mat(10, 10, CV_8UC3), 0), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
   EXPECT_EQ(writer.close(), ERROR_CODE::SUCCESS);
