@@ -202,7 +202,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   const auto now = std::chrono::steady_clock::now();
   if (in->last_grab != std::chrono::steady_clock::time_point()) {
     const double dt = std::chrono::duration<double>(now - in->last_grab).count();
-    if (dt > 0) in->fps = float(in->fps > 0 ? 0.9 * in->fps + 0.1 / dt : 1.0 / dt);
+    // Smoothed frame interval; its inverse is the rate.
+    in->mean_interval_s = in->mean_interval_s > 0 ? 0.9 * in->mean_interval_s + 0.1 * dt : dt;
+    if (in->mean_interval_s > 0) in->fps = float(1.0 / in->mean_interval_s);
   }
   in->last_grab = now;
 

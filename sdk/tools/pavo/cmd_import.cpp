@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "command.h"
+#include "io/internal/ktr_file.h"
 #include "io/internal/ktr_import.h"
 #include "io/internal/ktr_side_files.h"
 
@@ -38,14 +39,7 @@ int runImport(int argc, char** argv) {
     o.format = pv::internal::ImportFormat::PAIRS;
   else
     return pavo::usageError(kName, "--format must be euroc, kitti or pairs");
-  const std::string codec = args.get("codec", "h264");
-  if (codec == "h264")
-    o.codec = pv::KTR_COMPRESSION_MODE::H264;
-  else if (codec == "ffv1")
-    o.codec = pv::KTR_COMPRESSION_MODE::LOSSLESS;
-  else if (codec == "mjpeg")
-    o.codec = pv::KTR_COMPRESSION_MODE::MJPEG;
-  else
+  if (!pv::internal::ktrCompressionFromName(args.get("codec", "h264"), o.codec))
     return pavo::usageError(kName, "--codec must be h264, ffv1 or mjpeg");
   bool ok_fps = true, ok_serial = true;
   o.fps = args.getNumber("fps", 0, &ok_fps);

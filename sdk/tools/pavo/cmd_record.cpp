@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "command.h"
+#include "io/internal/ktr_file.h"
 #include "pv/camera.h"
 
 namespace {
@@ -30,12 +31,7 @@ int runRecord(int argc, char** argv) {
   if (!ok_serial || serial < 0 || serial > 4294967295.0)
     return pavo::usageError(kName, "--serial must be 0 to 4294967295");
   pv::KTR_COMPRESSION_MODE mode = pv::KTR_COMPRESSION_MODE::H264;
-  const std::string codec = args.get("codec", "h264");
-  if (codec == "ffv1")
-    mode = pv::KTR_COMPRESSION_MODE::LOSSLESS;
-  else if (codec == "mjpeg")
-    mode = pv::KTR_COMPRESSION_MODE::MJPEG;
-  else if (codec != "h264")
+  if (!pv::internal::ktrCompressionFromName(args.get("codec", "h264"), mode))
     return pavo::usageError(kName, "--codec must be h264, ffv1 or mjpeg");
 
   pv::InitParameters init;

@@ -21,6 +21,7 @@ struct InputState {
   std::atomic<int> position{0};       ///< next frame to grab
   std::atomic<float> fps{0};          ///< measured grab rate
   std::chrono::steady_clock::time_point last_grab;
+  double mean_interval_s = 0;
 
   std::mutex recording_mutex;
   std::unique_ptr<KtrWriter> recorder;

@@ -16,6 +16,8 @@ namespace pv::internal {
 
 /// Codec name in the file for a compression mode: "h264", "ffv1", "mjpeg".
 const char* ktrCodecName(KTR_COMPRESSION_MODE mode);
+/// The compression mode of a codec name ("h264", "ffv1", "mjpeg"); false for another name.
+bool ktrCompressionFromName(const std::string& name, KTR_COMPRESSION_MODE& mode);
 
 /// Appends frames to a new KTR file. Not thread safe.
 class KtrWriter {
