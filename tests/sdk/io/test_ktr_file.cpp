@@ -129,6 +129,16 @@ TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
     EXPECT_EQ(cv::norm(frame, makeFrame(i), cv::NORM_INF), 0) << "frame " << i;
   }
   EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+
+  // A recording stopped by a crash never had its count written: the tag still says so.
+  std::string crashed = bytes.substr(0, bytes.size() * 6 / 10);
+  const size_t tag = crashed.find("0000000040");
+  ASSERT_NE(tag, std::string::npos);
+  crashed.replace(tag, 10, "unfinished");
+  writeBytes(path + ".crashed.ktr", crashed);
+  ASSERT_EQ(reader.open(path + ".crashed.ktr"), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_EQ(reader.taggedFrameCount(), -1);
+  EXPECT_GT(reader.frameCount(), 10);
 }
 
 TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
