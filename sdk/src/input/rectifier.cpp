@@ -97,9 +97,14 @@ CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {
     fillFov(*eyes[i]);
   }
   p.baseline_m = float(std::sqrt(c.T[0] * c.T[0] + c.T[1] * c.T[1] + c.T[2] * c.T[2]));
+  // The right eye's orientation and position in the left eye's frame: R^T and -R^T * T.
+  double position[3] = {0, 0, 0};
   for (int r = 0; r < 3; ++r)
-    for (int k = 0; k < 3; ++k) p.stereo_rotation(r, k) = float(c.R[size_t(3 * r + k)]);
-  p.stereo_translation = Translation(float(c.T[0]), float(c.T[1]), float(c.T[2]));
+    for (int k = 0; k < 3; ++k) {
+      p.stereo_rotation(r, k) = float(c.R[size_t(3 * k + r)]);
+      position[r] -= c.R[size_t(3 * k + r)] * c.T[size_t(k)];
+    }
+  p.stereo_translation = Translation(float(position[0]), float(position[1]), float(position[2]));
   return p;
 }
 
@@ -114,7 +119,7 @@ CalibrationParameters toCalibrationParameters(const RectifiedCalibration& r) {
     fillFov(*e);
   }
   p.baseline_m = float(r.baseline_m);
-  p.stereo_translation = Translation(-float(r.baseline_m), 0, 0);
+  p.stereo_translation = Translation(float(r.baseline_m), 0, 0);  // right eye at +x
   return p;
 }
 

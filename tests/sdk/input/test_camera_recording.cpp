@@ -40,6 +40,9 @@ TEST(CameraRecording, OpensAndDescribesTheRecording) {
   EXPECT_NEAR(rect.left_cam.fx, 350.f, 20.f);
   EXPECT_EQ(rect.left_cam.disto[0], 0.0);
   EXPECT_NE(raw.left_cam.disto[0], 0.0);
+  EXPECT_NEAR(rect.stereo_translation.x, 0.12f, 0.002f);  // the right eye sits at +x
+  EXPECT_NEAR(raw.stereo_translation.x, 0.12f, 0.002f);
+  EXPECT_NEAR(raw.stereo_rotation(0, 0), 1.f, 1e-4f);
   EXPECT_FLOAT_EQ(raw.left_cam.fx, 350.f);
   const CameraInformation half = camera.getCameraInformation(Resolution(320, 180));
   EXPECT_NEAR(half.camera_configuration.calibration_parameters.left_cam.fx, rect.left_cam.fx / 2, 1e-3);
