@@ -118,7 +118,8 @@ int parse(const pavo::Args& args, Options& o) {
   if (o.points && (o.texture || o.filter >= 0 || o.save_raw))
     return pavo::usageError(kName, "--texture, --filter and --save-raw apply to meshes only");
   if (o.two_pass && o.gt_poses) return pavo::usageError(kName, "--two-pass and --gt-poses exclude each other");
-  if (o.gt_poses && !o.trajectory.empty()) return pavo::usageError(kName, "--trajectory records tracking, which --gt-poses leaves off");
+  if (o.gt_poses && !o.trajectory.empty())
+    return pavo::usageError(kName, "--trajectory records tracking, which --gt-poses leaves off");
   return 0;
 }
 
