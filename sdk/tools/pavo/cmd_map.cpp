@@ -303,9 +303,10 @@ int runMap(int argc, char** argv) {
   const double area = o.points ? 0.0 : surfaceArea(mesh);
   char figures[512];
   std::snprintf(figures, sizeof figures,
-                "frames %d, %.1f fps (%d fused, %zu dropped), %s %zu, memory %.1f MB%s, voxel %.3f m, range %.2f m, "
-                "extraction %.2f s",
+                "frames %d, %.1f fps (%d fused at %.1f ms each on the mapping thread, %zu dropped), %s %zu, memory "
+                "%.1f MB%s, voxel %.3f m, range %.2f m, extraction %.2f s",
                 scan.frames, scan.frames / std::max(scan.seconds, 1e-9), int(scan.stats.frames_fused),
+                scan.stats.integrate_ms_total / double(std::max<size_t>(scan.stats.frames_fused, 1)),
                 scan.stats.frames_dropped, o.points ? "points" : "triangles",
                 o.points ? cloud.getNumberOfPoints() : mesh.getNumberOfTriangles(), memory_mb,
                 area > 0 ? (" (" + std::to_string(memory_mb / area).substr(0, 5) + " MB/m^2 of surface)").c_str() : "",

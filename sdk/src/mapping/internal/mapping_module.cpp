@@ -1,5 +1,7 @@
 #include "mapping/internal/mapping_module.h"
 
+#include <tbb/parallel_for.h>
+
 #include <Eigen/Geometry>
 #include <chrono>
 #include <cstring>
@@ -215,8 +217,8 @@ void MappingModule::meshChanged() {
     fresh.emplace_back(i, ChunkMesh());
   }
   // Chunks are independent: mesh them in parallel, publish them together.
-  cv::parallel_for_(cv::Range(0, int(fresh.size())), [&](const cv::Range& r) {
-    for (int n = r.start; n < r.end; ++n) meshChunk(volume_, chunks[fresh[size_t(n)].first], fresh[size_t(n)].second);
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, fresh.size(), 1), [&](const tbb::blocked_range<size_t>& r) {
+    for (size_t n = r.begin(); n < r.end(); ++n) meshChunk(volume_, chunks[fresh[n].first], fresh[n].second);
   });
   size_t mesh_bytes = 0;
   {

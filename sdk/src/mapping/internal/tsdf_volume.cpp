@@ -211,24 +211,24 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   // that jumps from a 4-neighbour by more than a few percent of its depth mixes two surfaces).
   cv::Mat depth(frame.depth_m.size(), CV_32F);
   const float min_m = p_.min_depth_m, max_m = p_.max_depth_m, jump = p_.edge_jump;
-  cv::parallel_for_(cv::Range(0, depth.rows), [&](const cv::Range& r) {
+  tbb::parallel_for(tbb::blocked_range<int>(0, depth.rows, 32), [&](const tbb::blocked_range<int>& r) {
     const int cols = depth.cols, rows = depth.rows;
-    for (int v = r.start; v < r.end; ++v) {
+    for (int v = r.begin(); v < r.end(); ++v) {
       const float* src = frame.depth_m.ptr<float>(v);
       const float* up = frame.depth_m.ptr<float>(std::max(v - 1, 0));
       const float* down = frame.depth_m.ptr<float>(std::min(v + 1, rows - 1));
       float* dst = depth.ptr<float>(v);
-      for (int u = 0; u < cols; ++u) {
-        const float d = src[u];
-        if (!usable(d, min_m, max_m)) {
-          dst[u] = 0.f;
-          continue;
-        }
-        const float limit = jump * d;
-        const float n[4] = {src[std::max(u - 1, 0)], src[std::min(u + 1, cols - 1)], up[u], down[u]};
-        bool edge = false;
-        for (float x : n) edge |= std::isfinite(x) && x > 0.f && std::abs(x - d) > limit;
-        dst[u] = edge ? 0.f : d;
+      // Comparisons with NaN are false, so invalid pixels and neighbours drop out without tests;
+      // the masks combine with & so that the interior loop has no branch and vectorises.
+      dst[0] = 0.f;
+      dst[cols - 1] = 0.f;
+      for (int u = 1; u + 1 < cols; ++u) {
+        const float d = src[u], limit = jump * d;
+        const float l = src[u - 1], rt = src[u + 1], a = up[u], b = down[u];
+        const bool ok = (d >= min_m) & (d <= max_m) & (d > 0.f);
+        const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
+                          ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
+        dst[u] = (ok & !edge) ? d : 0.f;
       }
     }
   });
