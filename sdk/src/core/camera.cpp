@@ -211,6 +211,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   if (runtime.enable_depth && s.init_parameters.depth_mode != DEPTH_MODE::NONE) {
     err = internal::depthStep(s, runtime);
     if (err != ERROR_CODE::SUCCESS) return err;
+  } else {
+    // Tracking and mapping read the depth of this frame: never leave the previous one there.
+    s.depth = internal::DepthData();
   }
   err = internal::trackingStep(s);
   if (err != ERROR_CODE::SUCCESS) return err;
