@@ -107,6 +107,9 @@ TEST_F(DepthRecording, ViewsAndPointCloudOfAGrab) {
   // With depth disabled the grab carries none.
   ASSERT_EQ(camera.grab(RuntimeParameters(SENSING_MODE::STANDARD, false)), ERROR_CODE::SUCCESS);
   EXPECT_EQ(camera.retrieveMeasure(cloud, MEASURE::DEPTH), ERROR_CODE::MODULE_NOT_ENABLED);
+  // Tracking and mapping read the frame's depth directly: the previous frame's must be gone.
+  EXPECT_FALSE(camera.state()->depth.valid);
+  EXPECT_TRUE(camera.state()->depth.depth_m.empty());
 }
 
 TEST(DepthRecordingOpen, NeuralDepthIsRefusedAtOpen) {
