@@ -1,0 +1,119 @@
+// The view camera: construction, upright correction, projection and matrices.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "GlCam.h"
+
+namespace {
+
+void expectVector(const pv::Translation& v, float x, float y, float z, float tol = 1e-6f) {
+  EXPECT_NEAR(v.x, x, tol);
+  EXPECT_NEAR(v.y, y, tol);
+  EXPECT_NEAR(v.z, z, tol);
+}
+
+TEST(GlCam, LookingDownMinusZIsTheRestingPose) {
+  GlCam cam(pv::Translation(1.f, 2.f, 3.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(0.f, 1.f, 0.f));
+  const pv::Orientation& q = cam.getRotation();
+  EXPECT_NEAR(q.ox(), 0.f, 1e-7f);
+  EXPECT_NEAR(q.oy(), 0.f, 1e-7f);
+  EXPECT_NEAR(q.oz(), 0.f, 1e-7f);
+  EXPECT_NEAR(q.ow(), 1.f, 1e-7f);
+  expectVector(cam.getForward(), 0.f, 0.f, 1.f);
+  expectVector(cam.getUp(), 0.f, 1.f, 0.f);
+  expectVector(cam.getRight(), -1.f, 0.f, 0.f);
+  const pv::Transform& view = cam.getViewProjectionMatrix();
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(view(r, c), r == c ? 1.f : 0.f, 1e-6f);
+  EXPECT_NEAR(view(0, 3), -1.f, 1e-6f);
+  EXPECT_NEAR(view(1, 3), -2.f, 1e-6f);
+  EXPECT_NEAR(view(2, 3), -3.f, 1e-6f);
+  EXPECT_FLOAT_EQ(view(3, 3), 1.f);
+  EXPECT_FLOAT_EQ(cam.getZNear(), 0.01f);
+  EXPECT_FLOAT_EQ(cam.getZFar(), 100.f);
+}
+
+TEST(GlCam, UpsideDownVerticalTurnsTheCameraOver) {
+  GlCam cam(pv::Translation(0.f, 0.f, 0.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(0.f, -1.f, 0.f));
+  expectVector(cam.getUp(), 0.f, -1.f, 0.f, 1e-6f);
+  expectVector(cam.getRight(), 1.f, 0.f, 0.f, 1e-6f);
+  expectVector(cam.getForward(), 0.f, 0.f, 1.f, 1e-6f);
+  expectVector(cam.getVertical(), 0.f, -1.f, 0.f);
+}
+
+TEST(GlCam, PerpendicularVerticalDoesNotTurn) {
+  // dot(up, vertical) is exactly 0: no half turn.
+  GlCam cam(pv::Translation(0.f, 0.f, 0.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(1.f, 0.f, 0.f));
+  expectVector(cam.getUp(), 0.f, 1.f, 0.f);
+  expectVector(cam.getRight(), -1.f, 0.f, 0.f);
+}
+
+TEST(GlCam, ProjectionNumbers) {
+  GlCam cam(pv::Translation(0.f, 0.f, 0.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(0.f, 1.f, 0.f));
+  const pv::Transform& p = cam.getProjection();
+  EXPECT_NEAR(p(0, 0), 1.7320508f, 1e-6f);
+  EXPECT_NEAR(p(1, 1), 1.7320508f, 1e-6f);
+  EXPECT_NEAR(p(2, 2), -1.0002f, 1e-6f);
+  EXPECT_NEAR(p(2, 3), -0.020002f, 1e-8f);
+  EXPECT_FLOAT_EQ(p(3, 2), -1.f);
+  EXPECT_FLOAT_EQ(p(3, 3), 0.f);
+  EXPECT_FLOAT_EQ(p(0, 1), 0.f);
+  EXPECT_FLOAT_EQ(p(3, 0), 0.f);
+  EXPECT_FLOAT_EQ(cam.getHorizontalFOV(), 60.f);
+
+  cam.setProjection(90.f, 45.f, 1.f, 11.f);
+  EXPECT_NEAR(p(0, 0), 1.f, 1e-6f);
+  EXPECT_NEAR(p(1, 1), 1.f / std::tan(22.5f * 3.14159265f / 180.f), 1e-5f);
+  EXPECT_FLOAT_EQ(p(2, 2), -1.2f);
+  EXPECT_FLOAT_EQ(p(2, 3), -2.2f);
+  EXPECT_FLOAT_EQ(cam.getVerticalFOV(), 45.f);
+}
+
+TEST(GlCam, EyeOrbitsThePositionAtTheOffsetDistance) {
+  GlCam cam(pv::Translation(0.f, 0.f, -0.5f), pv::Translation(0.f, -1.f, -1.5f), pv::Translation(0.f, 1.f, 0.f));
+  cam.setOffsetFromPosition(pv::Translation(0.f, 0.f, 2.f));
+  for (int step = 0; step < 5; ++step) {
+    cam.rotate(pv::Rotation(0.4f, pv::Translation(0.f, 1.f, 0.f)));
+    cam.update();
+    const pv::Transform& view = cam.getViewProjectionMatrix();
+    // The orbit centre maps to the optical axis, 2 m in front of the eye.
+    const pv::float4 centre = view * pv::float4(0.f, 0.f, -0.5f, 1.f);
+    EXPECT_NEAR(centre.x, 0.f, 1e-5f);
+    EXPECT_NEAR(centre.y, 0.f, 1e-5f);
+    EXPECT_NEAR(centre.z, -2.f, 1e-5f);
+    // The view matrix stays a copy of view, whatever the projection.
+    cam.setProjection(30.f, 20.f, 0.1f, 10.f);
+    cam.update();
+    EXPECT_EQ(cam.getViewProjectionMatrix(), view);
+  }
+  // The eye's world position: position + offset rotated.
+  const pv::Transform camera_to_world = pv::Matrix4f::inverse(cam.getViewProjectionMatrix());
+  const pv::Translation eye = camera_to_world.getTranslation();
+  expectVector(eye, (cam.getPosition() + cam.getForward() * 2.f).x, (cam.getPosition() + cam.getForward() * 2.f).y,
+               (cam.getPosition() + cam.getForward() * 2.f).z, 1e-5f);
+}
+
+TEST(GlCam, UpdateFlipsTheVerticalAfterRollingOver) {
+  GlCam cam(pv::Translation(0.f, 0.f, 0.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(0.f, 1.f, 0.f));
+  cam.rotate(pv::Rotation(3.f, pv::Translation(1.f, 0.f, 0.f)));  // pitch almost upside down
+  EXPECT_LT(pv::Translation::dot(cam.getUp(), cam.getVertical()), 0.f);
+  const pv::Orientation before = cam.getRotation();
+  cam.update();
+  expectVector(cam.getVertical(), 0.f, -1.f, 0.f);
+  EXPECT_EQ(cam.getRotation(), before);  // the orientation itself is kept
+}
+
+TEST(GlCam, RotateAppliesAfterTheCurrentOrientation) {
+  GlCam cam(pv::Translation(0.f, 0.f, 0.f), pv::Translation(0.f, 0.f, -1.f), pv::Translation(0.f, 1.f, 0.f));
+  cam.rotate(pv::Rotation(1.5707964f, pv::Translation(0.f, 1.f, 0.f)));  // forward (0,0,1) -> (1,0,0)
+  cam.rotate(pv::Rotation(1.5707964f, pv::Translation(0.f, 0.f, 1.f)));  // then about world z -> (0,1,0)
+  expectVector(cam.getForward(), 0.f, 1.f, 0.f, 1e-6f);
+  cam.setRotation(pv::Orientation());
+  expectVector(cam.getForward(), 0.f, 0.f, 1.f);
+  cam.translate(pv::Translation(1.f, 0.f, 0.f));
+  cam.translate(pv::Translation(0.f, 0.5f, 0.f));
+  expectVector(cam.getPosition(), 1.f, 0.5f, 0.f);
+}
+
+}  // namespace
