@@ -6,6 +6,7 @@
 // playback, `pavo synth`) make the affected tests skip with the reason.
 #include <QDirIterator>
 #include <QFile>
+#include <QFontMetrics>
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
@@ -60,6 +61,8 @@ class MapuraEndToEnd : public QObject {
   void loadMapOfValidFiles();
   void loadMapOfCorruptFileAndCancelledDialog();
   void cancelAndResetOverSeveralInstances();
+  void endOfScanReportsAndShowsTheSavedMap();
+  void failedMapBeginsAFreshInstance();
   void cameraSettingsWithoutCamera();
   void gainAndExposureWithAndWithoutAuto();
   void liveScanToFiles();
@@ -281,8 +284,22 @@ void MapuraEndToEnd::loadMapOfValidFiles() {
   QVERIFY(gui_->ptSizeSlider->isVisible());
   QVERIFY(!gui_->pointsRadio->isVisible());
   QVERIFY2(gui_->spinnerLabel->text().endsWith("2000points"), qPrintable(gui_->spinnerLabel->text()));
+  // A path that fits is shown bare while loading.
+  QCOMPARE(ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT), cloud);
   QTest::qWait(300);
   e2e::screenshot("loadmap-2-point-cloud");
+
+  // A path wider than the status label: its tail after "Loading : ...", and "..." in the summary.
+  const QString deep = scratch_.path() + "/" + QString("very_long_folder_name/").repeated(12);
+  QVERIFY(QDir().mkpath(deep));
+  QVERIFY(QFile::copy(cloud, deep + "/cloud.ply"));
+  answerer_->files.enqueue(deep + "/cloud.ply");
+  click(gui_->loadMapButton);
+  const QString loading = ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT);
+  QVERIFY2(loading.startsWith("Loading : ...") && loading.endsWith("/cloud.ply"), qPrintable(loading));
+  QVERIFY(QFontMetrics(gui_->font()).horizontalAdvance(loading) <= gui_->spinnerLabel->width());
+  QVERIFY2(gui_->spinnerLabel->text().startsWith("...") && gui_->spinnerLabel->text().endsWith("2000points"),
+           qPrintable(gui_->spinnerLabel->text()));
 }
 
 void MapuraEndToEnd::loadMapOfCorruptFileAndCancelledDialog() {
@@ -352,6 +369,94 @@ void MapuraEndToEnd::cancelAndResetOverSeveralInstances() {
   click(gui_->startButton);  // Reset
   QCOMPARE(phase(), 0);
   QVERIFY(gui_->logoScreen->isVisible());
+  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT), 0);
+}
+
+void MapuraEndToEnd::endOfScanReportsAndShowsTheSavedMap() {
+  // The worker's reports, in the order a KTR scan that ran to the end of its file sends them.
+  const QString out = app_->meshesDir().absolutePath() + "/KTR_test_scan/";
+  QVERIFY(QDir().mkpath(out));
+  {
+    QFile f(out + "mesh.ply");
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(
+        "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+        "element face 2\nproperty list uchar int vertex_indices\nend_header\n"
+        "0 0 -1\n1 0 -1\n1 1 -1\n0 1 -1\n3 0 1 2\n3 0 2 3\n");
+  }
+  const QStringList texts = {"", "The entire KTR file has been processed.",
+                             "Maximum Spatial Mapping memory reached. Mapping will be stopped.",
+                             "The PAVO has been disconnected. Mapping will be stopped."};
+  const QStringList titles = {"", "End of KTR", "Spatial Mapping memory insufficient", "PAVO Disconnection"};
+  for (int code = 4; code >= 0; --code) {
+    app_->resetApp();
+    gui_->activeScan();  // as an opened input does
+    gui_->startButton->setChecked(true);
+    gui_->activeScan();  // as Start does
+    QCOMPARE(phase(), 3);
+    gui_->startButton->setChecked(false);  // as Stop does
+    answerer_->boxes.clear();
+    emit app_->worker()->theEnd(code);
+    QCOMPARE(phase(), 4);
+    if (code >= 1 && code <= 3) {
+      QCOMPARE(answerer_->boxes.size(), 1);
+      QCOMPARE(answerer_->boxes[0].title, titles[code]);
+      QCOMPARE(answerer_->boxes[0].text, texts[code]);
+      QCOMPARE(answerer_->boxes[0].icon, int(QMessageBox::Information));
+      QCOMPARE(answerer_->boxes[0].buttons, QStringList{"OK"});
+    } else {
+      QVERIFY2(answerer_->boxes.isEmpty(), qPrintable(answerer_->describe()));
+    }
+  }
+  InputThreadModul* worker = app_->worker();
+
+  ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR) = out;
+  ProgramStates::setBoolAttr(ProgramStates::FUSED_POINT_CLOUD, false);
+  emit worker->sendEnd(false);
+  QCOMPARE(phase(), 5);
+  QCOMPARE(gui_->startButton->text(), QString("Reset"));
+  QVERIFY2(answerer_->boxes.isEmpty(), qPrintable(answerer_->describe()));
+  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT), 1);
+  QVERIFY(ProgramStates::getBoolAttr(ProgramStates::SHOW_PATH));
+  QCOMPARE(gui_->spinnerLabel->text(), out + "mesh.ply - 2faces");
+  QVERIFY(gui_->pointsRadio->isVisible());
+
+  // "Reset" ends the instance and begins the next; the files stay.
+  QPointer<InputThreadModul> before = worker;
+  click(gui_->startButton);
+  QCOMPARE(phase(), 0);
+  QVERIFY(before.isNull());
+  QVERIFY(gui_->logoScreen->isVisible());
+  QVERIFY(QFile::exists(out + "mesh.ply"));
+
+  // A textured result is reopened from mesh.obj: a missing one is reported as an invalid file.
+  gui_->activeScan();
+  gui_->startButton->setChecked(true);
+  gui_->activeScan();
+  emit app_->worker()->theEnd(0);
+  ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR) = out;
+  emit app_->worker()->sendEnd(true);
+  QCOMPARE(answerer_->count("Invalid mesh file"), 1);
+  QCOMPARE(phase(), 5);
+}
+
+void MapuraEndToEnd::failedMapBeginsAFreshInstance() {
+  gui_->activeScan();
+  gui_->startButton->setChecked(true);
+  gui_->activeScan();
+  QPointer<InputThreadModul> before = app_->worker();
+  emit app_->worker()->theEnd(0);
+  emit app_->worker()->sendResetNeeded();
+  QCOMPARE(answerer_->boxes.size(), 1);
+  QCOMPARE(answerer_->boxes[0].text, QString("Invalid mesh"));
+  QCOMPARE(answerer_->boxes[0].informative, QString("Mesh does not contain enough vertices."));
+  QCOMPARE(answerer_->boxes[0].icon, int(QMessageBox::Critical));
+  QCOMPARE(phase(), 0);
+  QVERIFY(before.isNull());
+  QVERIFY(app_->worker() != nullptr);
+  QVERIFY(gui_->logoScreen->isVisible());
+  QVERIFY(!gui_->spinnerLabel->isVisible());
+  QVERIFY(!gui_->showPathCheck->isVisible());
   QCOMPARE(ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT), 0);
 }
 
