@@ -26,7 +26,10 @@ if [ -n "${PAVO_VIRTUAL_CAMERA:-}" ]; then echo "run.sh: virtual camera plays $P
 
 # Mapura keeps its scans under the documents folder ("PAVO/Meshes", created by the program), which
 # must exist.
-DOCUMENTS=$(xdg-user-dir DOCUMENTS 2>/dev/null || echo "$HOME/Documents")
+DOCUMENTS="$HOME/Documents"
+if command -v xdg-user-dir >/dev/null && [ -f "${XDG_CONFIG_HOME:-$HOME/.config}/user-dirs.dirs" ]; then
+  DOCUMENTS=$(xdg-user-dir DOCUMENTS)
+fi
 mkdir -p "$DOCUMENTS"
 
 exec "$BUILD_DIR/app/mapura" "$@"
