@@ -1,7 +1,12 @@
 #include "test_utils.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
 
 namespace mapura::test {
 
@@ -18,11 +23,30 @@ std::string sharedDataPath(const std::string& relative) {
   return fs::exists(p, ec) ? p.string() : std::string();
 }
 
+namespace {
+
+// Folders made by this process, removed when it exits. Test cases of one executable run as
+// separate processes in parallel, so each process has its own folders.
+std::vector<fs::path>& madeFolders() {
+  static std::vector<fs::path> folders;
+  return folders;
+}
+
+void removeMadeFolders() {
+  std::error_code ec;
+  for (const fs::path& p : madeFolders()) fs::remove_all(p, ec);
+}
+
+}  // namespace
+
 std::string scratchDir(const std::string& name) {
-  const fs::path p = fs::path(MAPURA_TEST_BINARY_DIR) / "test-scratch" / name;
+  static std::once_flag once;
+  std::call_once(once, [] { std::atexit(removeMadeFolders); });
+  const fs::path p = fs::path(MAPURA_TEST_BINARY_DIR) / "test-scratch" / (name + "-" + std::to_string(::getpid()));
   std::error_code ec;
   fs::remove_all(p, ec);
   fs::create_directories(p, ec);
+  madeFolders().push_back(p);
   return p.string();
 }
 

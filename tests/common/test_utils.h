@@ -11,8 +11,8 @@ std::string sharedDataDir();
 /// `sharedDataDir() + "/" + relative`, or an empty string when it does not exist.
 std::string sharedDataPath(const std::string& relative);
 
-/// A fresh, empty folder under the build tree for one test; removed at the next call with the
-/// same name.
+/// A fresh, empty folder under the build tree, private to this process (test cases run as
+/// parallel processes); emptied again at the next call with the same name, removed at exit.
 std::string scratchDir(const std::string& name);
 
 }  // namespace mapura::test

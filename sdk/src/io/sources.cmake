@@ -1,1 +1,4 @@
-# io module sources
+target_sources(pv_pavo PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/ktr_metadata.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ktr_writer.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ktr_reader.cpp)

@@ -1,1 +1,4 @@
-# synth module sources
+target_sources(pv_pavo PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/scene.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/sequence.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ground_truth.cpp)

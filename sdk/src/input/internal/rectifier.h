@@ -1,0 +1,36 @@
+// Stereo rectification of raw side-by-side frames, from a factory calibration.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include "core/internal/camera_state.h"
+#include "io/internal/ktr_metadata.h"
+
+namespace pv::internal {
+
+/// The calibration for images of `width` x `height` (one eye): intrinsics scaled when the
+/// calibration was made at another resolution of the same aspect.
+StereoCalibration scaleCalibration(const StereoCalibration& calibration, int width, int height);
+
+/// Undistorts and rectifies both eyes. The maps are computed once, by init.
+class Rectifier {
+ public:
+  /// Computes the maps; INVALID_CALIBRATION_FILE when the calibration cannot be rectified.
+  [[nodiscard]] ERROR_CODE init(const StereoCalibration& calibration);
+  /// Intrinsics and baseline shared by both rectified eyes.
+  const RectifiedCalibration& rectified() const { return rectified_; }
+  /// Rotation from the raw left camera to the rectified left camera (3x3, CV_64F).
+  const cv::Mat& leftRotation() const { return R1_; }
+  /// Splits a raw side-by-side CV_8UC3 frame and rectifies both halves.
+  void apply(const cv::Mat& side_by_side, cv::Mat& left, cv::Mat& right) const;
+
+ private:
+  RectifiedCalibration rectified_;
+  cv::Mat map_left_[2], map_right_[2], R1_;
+};
+
+/// The public description of a calibration (raw, with distortion) and of the rectified pair.
+CalibrationParameters toCalibrationParameters(const StereoCalibration& calibration);
+CalibrationParameters toCalibrationParameters(const RectifiedCalibration& rectified);
+
+}  // namespace pv::internal

@@ -1,0 +1,110 @@
+#include "input/internal/rectifier.h"
+
+#include <cmath>
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "core/internal/error.h"
+
+namespace pv::internal {
+
+namespace {
+
+cv::Mat cameraMatrix(const EyeCalibration& e) {
+  return (cv::Mat_<double>(3, 3) << e.fx, 0, e.cx, 0, e.fy, e.cy, 0, 0, 1);
+}
+
+void fillFov(CameraParameters& p) {
+  const double w = double(p.image_size.width), h = double(p.image_size.height);
+  if (p.fx <= 0 || p.fy <= 0) return;
+  p.h_fov = float(2 * std::atan(w / (2 * p.fx)) * 180 / CV_PI);
+  p.v_fov = float(2 * std::atan(h / (2 * p.fy)) * 180 / CV_PI);
+  p.d_fov = float(2 * std::atan(std::hypot(w, h) / (2 * std::hypot(p.fx, p.fy) / std::sqrt(2.0))) * 180 / CV_PI);
+}
+
+}  // namespace
+
+StereoCalibration scaleCalibration(const StereoCalibration& c, int width, int height) {
+  if (c.width == width && c.height == height) return c;
+  StereoCalibration s = c;
+  const double sx = double(width) / c.width, sy = double(height) / c.height;
+  for (EyeCalibration* e : {&s.left, &s.right}) {
+    e->fx *= sx;
+    e->cx = (e->cx + 0.5) * sx - 0.5;
+    e->fy *= sy;
+    e->cy = (e->cy + 0.5) * sy - 0.5;
+  }
+  s.width = width;
+  s.height = height;
+  return s;
+}
+
+ERROR_CODE Rectifier::init(const StereoCalibration& c) {
+  if (!c.plausible()) return fail(ERROR_CODE::INVALID_CALIBRATION_FILE, "the calibration is not plausible");
+  const cv::Size size(c.width, c.height);
+  cv::Mat K1 = cameraMatrix(c.left), K2 = cameraMatrix(c.right);
+  cv::Mat D1(1, 5, CV_64F, const_cast<double*>(c.left.disto.data()));
+  cv::Mat D2(1, 5, CV_64F, const_cast<double*>(c.right.disto.data()));
+  cv::Mat R(3, 3, CV_64F, const_cast<double*>(c.R.data()));
+  cv::Mat T(3, 1, CV_64F, const_cast<double*>(c.T.data()));
+  cv::Mat R2, P1, P2, Q;
+  try {
+    cv::stereoRectify(K1, D1, K2, D2, size, R, T, R1_, R2, P1, P2, Q, cv::CALIB_ZERO_DISPARITY, 0, size);
+    cv::initUndistortRectifyMap(K1, D1, R1_, P1, size, CV_16SC2, map_left_[0], map_left_[1]);
+    cv::initUndistortRectifyMap(K2, D2, R2, P2, size, CV_16SC2, map_right_[0], map_right_[1]);
+  } catch (const cv::Exception& e) {
+    return fail(ERROR_CODE::INVALID_CALIBRATION_FILE, std::string("the calibration cannot be rectified: ") + e.what());
+  }
+  rectified_.fx = P1.at<double>(0, 0);
+  rectified_.fy = P1.at<double>(1, 1);
+  rectified_.cx = P1.at<double>(0, 2);
+  rectified_.cy = P1.at<double>(1, 2);
+  rectified_.baseline_m = std::abs(P2.at<double>(0, 3) / P2.at<double>(0, 0));
+  rectified_.size = size;
+  if (!(rectified_.fx > 1 && std::isfinite(rectified_.baseline_m) && rectified_.baseline_m > 0))
+    return fail(ERROR_CODE::INVALID_CALIBRATION_FILE, "the calibration gives no usable rectified pair");
+  return ERROR_CODE::SUCCESS;
+}
+
+void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right) const {
+  const int w = rectified_.size.width;
+  cv::remap(sbs(cv::Rect(0, 0, w, sbs.rows)), left, map_left_[0], map_left_[1], cv::INTER_LINEAR);
+  cv::remap(sbs(cv::Rect(w, 0, w, sbs.rows)), right, map_right_[0], map_right_[1], cv::INTER_LINEAR);
+}
+
+CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {
+  CalibrationParameters p;
+  CameraParameters* eyes[] = {&p.left_cam, &p.right_cam};
+  const EyeCalibration* src[] = {&c.left, &c.right};
+  for (int i = 0; i < 2; ++i) {
+    eyes[i]->fx = float(src[i]->fx);
+    eyes[i]->fy = float(src[i]->fy);
+    eyes[i]->cx = float(src[i]->cx);
+    eyes[i]->cy = float(src[i]->cy);
+    for (int k = 0; k < 5; ++k) eyes[i]->disto[k] = src[i]->disto[size_t(k)];
+    eyes[i]->image_size = Resolution(size_t(c.width), size_t(c.height));
+    fillFov(*eyes[i]);
+  }
+  p.baseline_m = float(std::sqrt(c.T[0] * c.T[0] + c.T[1] * c.T[1] + c.T[2] * c.T[2]));
+  for (int r = 0; r < 3; ++r)
+    for (int k = 0; k < 3; ++k) p.stereo_rotation(r, k) = float(c.R[size_t(3 * r + k)]);
+  p.stereo_translation = Translation(float(c.T[0]), float(c.T[1]), float(c.T[2]));
+  return p;
+}
+
+CalibrationParameters toCalibrationParameters(const RectifiedCalibration& r) {
+  CalibrationParameters p;
+  for (CameraParameters* e : {&p.left_cam, &p.right_cam}) {
+    e->fx = float(r.fx);
+    e->fy = float(r.fy);
+    e->cx = float(r.cx);
+    e->cy = float(r.cy);
+    e->image_size = Resolution(size_t(r.size.width), size_t(r.size.height));
+    fillFov(*e);
+  }
+  p.baseline_m = float(r.baseline_m);
+  p.stereo_translation = Translation(-float(r.baseline_m), 0, 0);
+  return p;
+}
+
+}  // namespace pv::internal

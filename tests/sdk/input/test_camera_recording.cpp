@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <opencv2/imgproc.hpp>
+#include <thread>
+
+#include "core/internal/camera_state.h"
+#include "pv/camera.h"
+#include "recording_fixture.h"
+
+namespace pv {
+namespace {
+
+InitParameters recordingParameters(const std::string& path) {
+  InitParameters p;
+  p.input.setFromKTRFile(path.c_str());
+  p.depth_mode = DEPTH_MODE::NONE;
+  return p;
+}
+
+cv::Mat asCv(const Mat& m, MEM mem = MEM::CPU) {
+  return cv::Mat(int(m.getHeight()), int(m.getWidth()), CV_8UC4, m.getPtr<unsigned char>(mem), m.getStepBytes(mem));
+}
+
+TEST(CameraRecording, OpensAndDescribesTheRecording) {
+  const std::string path = test::smallRecording();
+  ASSERT_FALSE(path.empty()) << lastErrorDetail().c_str();
+  Camera camera;
+  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_TRUE(camera.isOpened());
+  EXPECT_EQ(camera.getKTRNumberOfFrames(), 12);
+  const CameraInformation info = camera.getCameraInformation();
+  EXPECT_EQ(info.serial_number, 31337u);
+  EXPECT_EQ(info.input_type, INPUT_TYPE::KTR);
+  EXPECT_EQ(info.camera_configuration.resolution, Resolution(640, 360));
+  EXPECT_FLOAT_EQ(info.camera_configuration.fps, 30.f);
+  const CalibrationParameters& rect = info.camera_configuration.calibration_parameters;
+  const CalibrationParameters& raw = info.camera_configuration.calibration_parameters_raw;
+  EXPECT_NEAR(rect.baseline_m, 0.12f, 0.002f);
+  EXPECT_NEAR(rect.left_cam.fx, 350.f, 20.f);
+  EXPECT_EQ(rect.left_cam.disto[0], 0.0);
+  EXPECT_NE(raw.left_cam.disto[0], 0.0);
+  EXPECT_FLOAT_EQ(raw.left_cam.fx, 350.f);
+  const CameraInformation half = camera.getCameraInformation(Resolution(320, 180));
+  EXPECT_NEAR(half.camera_configuration.calibration_parameters.left_cam.fx, rect.left_cam.fx / 2, 1e-3);
+  const internal::CameraState& state = *camera.state();
+  EXPECT_NEAR(state.calibration.fx, rect.left_cam.fx, 1e-3);
+  camera.close();
+  camera.close();
+  EXPECT_FALSE(camera.isOpened());
+  EXPECT_EQ(camera.grab(), ERROR_CODE::CAMERA_NOT_INITIALIZED);
+}
+
+TEST(CameraRecording, GrabSeekGrabReturnsExactlyTheFramesAskedFor) {
+  const std::string path = test::smallRecording();
+  Camera camera;
+  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS);
+  std::vector<cv::Mat> lefts;
+  for (int i = 0; i < 12; ++i) {
+    EXPECT_EQ(camera.getKTRPosition(), i);
+    ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+    EXPECT_EQ(camera.state()->frame.index, i);
+    lefts.push_back(camera.state()->frame.left_bgr.clone());
+  }
+  EXPECT_EQ(camera.grab(), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+  EXPECT_EQ(camera.grab(), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+  const uint64_t t0 = camera.state()->frame.timestamp_ns;
+  for (int target : {7, 2, 2, 11, 0, 5}) {
+    camera.setKTRPosition(target);
+    EXPECT_EQ(camera.getKTRPosition(), target);
+    ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS) << "frame " << target;
+    EXPECT_EQ(camera.state()->frame.index, target);
+    EXPECT_EQ(cv::norm(camera.state()->frame.left_bgr, lefts[size_t(target)], cv::NORM_INF), 0) << target;
+    if (target == 11) {
+      EXPECT_EQ(camera.grab(), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+      continue;
+    }
+    ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+    EXPECT_EQ(camera.state()->frame.index, target + 1);
+  }
+  EXPECT_NE(t0, 0u);
+  // Seeking from another thread while this one grabs stays consistent.
+  std::thread seeker([&] {
+    for (int i = 0; i < 50; ++i) camera.setKTRPosition(i % 12);
+  });
+  for (int i = 0; i < 20; ++i) {
+    const ERROR_CODE err = camera.grab();
+    EXPECT_TRUE(err == ERROR_CODE::SUCCESS || err == ERROR_CODE::END_OF_KTR_FILE_REACHED);
+  }
+  seeker.join();
+  camera.setKTRPosition(4);
+  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(camera.state()->frame.index, 4);
+}
+
+TEST(CameraRecording, ImagesGoIntoTheCallersBuffersInEveryView) {
+  const std::string path = test::smallRecording();
+  Camera camera;
+  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS);
+  Mat before;
+  EXPECT_EQ(camera.retrieveImage(before), ERROR_CODE::NOT_A_NEW_FRAME);
+  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+
+  // The application's layout: one double-height GPU buffer with two non-owning views.
+  Mat buffer(640, 720, MAT_TYPE::U8_C4, MEM::GPU);
+  unsigned char* base = buffer.getPtr<unsigned char>(MEM::GPU);
+  const size_t step = buffer.getStepBytes(MEM::GPU);
+  Mat upper(Resolution(640, 360), MAT_TYPE::U8_C4, base, step, MEM::GPU);
+  Mat lower(Resolution(640, 360), MAT_TYPE::U8_C4, base + 360 * step, step, MEM::GPU);
+  ASSERT_EQ(camera.retrieveImage(upper, VIEW::LEFT, MEM::GPU), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.retrieveImage(lower, VIEW::RIGHT, MEM::GPU), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(upper.getPtr<unsigned char>(MEM::GPU), base);
+  EXPECT_EQ(lower.getPtr<unsigned char>(MEM::GPU), base + 360 * step);
+
+  Mat left, right, left_gray, sbs, small;
+  ASSERT_EQ(camera.retrieveImage(left, VIEW::LEFT), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.retrieveImage(right, VIEW::RIGHT), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.retrieveImage(left_gray, VIEW::LEFT_GRAY), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.retrieveImage(sbs, VIEW::SIDE_BY_SIDE), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.retrieveImage(small, VIEW::LEFT, MEM::CPU, Resolution(320, 180)), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(left.getDataType(), MAT_TYPE::U8_C4);
+  EXPECT_EQ(sbs.getResolution(), Resolution(1280, 360));
+  EXPECT_EQ(small.getResolution(), Resolution(320, 180));
+
+  if (buffer.isGPUHostBacked()) {
+    const cv::Mat whole = asCv(buffer, MEM::GPU);
+    EXPECT_EQ(cv::norm(whole.rowRange(0, 360), asCv(left), cv::NORM_INF), 0);
+    EXPECT_EQ(cv::norm(whole.rowRange(360, 720), asCv(right), cv::NORM_INF), 0);
+  }
+  EXPECT_EQ(cv::norm(asCv(sbs).colRange(0, 640), asCv(left), cv::NORM_INF), 0);
+  EXPECT_EQ(cv::norm(asCv(sbs).colRange(640, 1280), asCv(right), cv::NORM_INF), 0);
+  cv::Mat channels[4];
+  cv::split(asCv(left_gray), channels);
+  EXPECT_EQ(cv::norm(channels[0], channels[2], cv::NORM_INF), 0);
+  EXPECT_EQ(cv::countNonZero(channels[3] != 255), 0);
+  cv::Mat expected_gray;
+  cv::cvtColor(asCv(left), expected_gray, cv::COLOR_BGRA2GRAY);
+  EXPECT_LE(cv::norm(channels[1], expected_gray, cv::NORM_INF), 1);
+
+  // A caller's CPU Mat of the right size is written in place, not replaced.
+  Mat target(640, 360, MAT_TYPE::U8_C4, MEM::CPU);
+  unsigned char* kept = target.getPtr<unsigned char>();
+  ASSERT_EQ(camera.retrieveImage(target, VIEW::RIGHT), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(target.getPtr<unsigned char>(), kept);
+  EXPECT_EQ(camera.retrieveImage(target, VIEW(77)), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
+}
+
+// Rectified images and the true depth agree: the right image, shifted by the disparity the
+// true depth gives, matches the left one; raw images or a wrong disparity do not.
+TEST(CameraRecording, RectificationMatchesTheTrueGeometry) {
+  internal::synth::SynthOptions o;
+  o.frames = 1;
+  o.resolution = RESOLUTION::VGA;
+  o.codec = KTR_COMPRESSION_MODE::LOSSLESS;
+  o.seed = 9;
+  const std::string path = mapura::test::scratchDir("camera_rectification") + "/room.ktr";
+  ASSERT_EQ(internal::synth::synthesize(o, path), ERROR_CODE::SUCCESS);
+  internal::synth::SyntheticSequence seq;
+  ASSERT_EQ(seq.init(o), ERROR_CODE::SUCCESS);
+  cv::Mat depth;
+  seq.renderDepth(0, depth);
+
+  Camera camera;
+  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+  const internal::CameraState& s = *camera.state();
+  const double fb = s.calibration.fx * s.calibration.baseline_m;
+  cv::Mat left, right;
+  s.frame.left_gray.convertTo(left, CV_32F);
+  s.frame.right_gray.convertTo(right, CV_32F);
+  auto meanError = [&](double disparity_offset, int row_offset) {
+    double sum = 0;
+    int n = 0;
+    for (int v = 30; v < depth.rows - 30; v += 3)
+      for (int u = 80; u < depth.cols - 20; u += 3) {
+        const float z = depth.at<float>(v, u);
+        if (z <= 0) continue;
+        const float x = float(u - fb / z + disparity_offset);
+        cv::Mat patch;
+        cv::getRectSubPix(right, cv::Size(1, 1), cv::Point2f(x, float(v + row_offset)), patch);
+        sum += std::abs(patch.at<float>(0) - left.at<float>(v, u));
+        ++n;
+      }
+    return sum / std::max(n, 1);
+  };
+  const double aligned = meanError(0, 0);
+  EXPECT_LT(aligned, 6.0);
+  EXPECT_GT(meanError(3, 0), 1.5 * aligned);
+  EXPECT_GT(meanError(0, 3), 1.5 * aligned);
+}
+
+TEST(CameraRecording, BadInputsFailWithTheirCodesAndLeaveNothingOpen) {
+  Camera camera;
+  InitParameters p = recordingParameters("/nonexistent/file.ktr");
+  EXPECT_EQ(camera.open(p), ERROR_CODE::INVALID_KTR_FILE);
+  EXPECT_FALSE(camera.isOpened());
+  EXPECT_EQ(camera.getKTRNumberOfFrames(), -1);
+  EXPECT_EQ(camera.getCameraInformation().serial_number, 0u);
+  EXPECT_EQ(camera.getCameraInformation().camera_configuration.resolution, Resolution(0, 0));
+
+  p = recordingParameters(test::smallRecording());
+  p.depth_mode = DEPTH_MODE::NEURAL;
+  EXPECT_EQ(camera.open(p), ERROR_CODE::AI_MODEL_NOT_AVAILABLE);
+  EXPECT_FALSE(Camera::checkAIModelStatus(AI_MODELS::NEURAL_DEPTH).downloaded);
+  EXPECT_FALSE(Camera::checkAIModelStatus(AI_MODELS::NEURAL_DEPTH).optimized);
+  p.depth_mode = DEPTH_MODE::NONE;
+  p.depth_minimum_distance = 20;
+  EXPECT_EQ(camera.open(p), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
+  p.depth_minimum_distance = 0.3f;
+  p.camera_resolution = RESOLUTION(9);
+  EXPECT_EQ(camera.open(p), ERROR_CODE::INVALID_RESOLUTION);
+  EXPECT_FALSE(camera.isOpened());
+  Mat m;
+  EXPECT_EQ(camera.retrieveImage(m), ERROR_CODE::CAMERA_NOT_INITIALIZED);
+  EXPECT_EQ(camera.setCameraSettings(VIDEO_SETTINGS::GAIN, 50), ERROR_CODE::CAMERA_NOT_INITIALIZED);
+  EXPECT_EQ(camera.getCameraSettings(VIDEO_SETTINGS::GAIN), -1);
+
+  // A recording has no camera controls.
+  p.camera_resolution = RESOLUTION::HD720;
+  ASSERT_EQ(camera.open(p), ERROR_CODE::SUCCESS);
+  EXPECT_NE(camera.setCameraSettings(VIDEO_SETTINGS::GAIN, 50), ERROR_CODE::SUCCESS);
+}
+
+TEST(CameraRecording, RecordingAgainWritesAPlayableCopy) {
+  const std::string path = test::smallRecording();
+  Camera camera;
+  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS);
+  const std::string copy = mapura::test::scratchDir("camera_rerecord") + "/copy.ktr";
+  EXPECT_NE(camera.enableRecording(RecordingParameters("")), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(camera.enableRecording(RecordingParameters(copy.c_str(), KTR_COMPRESSION_MODE::LOSSLESS)),
+            ERROR_CODE::SUCCESS);
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+  const cv::Mat last = camera.state()->frame.left_bgr.clone();
+  camera.disableRecording();
+  Camera replay;
+  ASSERT_EQ(replay.open(recordingParameters(copy)), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_EQ(replay.getKTRNumberOfFrames(), 5);
+  EXPECT_EQ(replay.getCameraInformation().serial_number, 31337u);
+  replay.setKTRPosition(4);
+  ASSERT_EQ(replay.grab(), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(cv::norm(replay.state()->frame.left_bgr, last, cv::NORM_INF), 0);
+}
+
+}  // namespace
+}  // namespace pv

@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <random>
+
+#include "io/internal/ktr_file.h"
+#include "test_utils.h"
+
+namespace pv::internal {
+namespace {
+
+constexpr int kWidth = 64, kHeight = 48;
+
+KtrMetadata smallMetadata() {
+  KtrMetadata m;
+  m.serial_number = 77;
+  m.width = kWidth;
+  m.height = kHeight;
+  m.fps = 25;
+  m.time_origin_ns = 1000000000000LL;
+  m.calibration.width = kWidth;
+  m.calibration.height = kHeight;
+  m.calibration.left = {50, 50, 32, 24, {}};
+  m.calibration.right = {50, 50, 32, 24, {}};
+  m.calibration.T = {-0.12, 0, 0};
+  return m;
+}
+
+// Frame i: smooth random texture plus a bright bar whose position encodes i.
+cv::Mat makeFrame(int i) {
+  cv::Mat small(6, 16, CV_8UC3), frame;
+  cv::RNG rng(uint64_t(i) + 1);
+  rng.fill(small, cv::RNG::UNIFORM, 0, 255);
+  cv::resize(small, frame, cv::Size(2 * kWidth, kHeight), 0, 0, cv::INTER_LINEAR);
+  frame(cv::Rect(2 * (i % 60), 0, 4, kHeight)).setTo(cv::Scalar(255, 255, 255));
+  return frame;
+}
+
+std::string writeRecording(const std::string& name, KTR_COMPRESSION_MODE mode, int frames) {
+  const std::string path = mapura::test::scratchDir(name) + "/rec.ktr";
+  KtrWriter writer;
+  EXPECT_EQ(writer.open(path, smallMetadata(), mode), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  for (int i = 0; i < frames; ++i)
+    EXPECT_EQ(writer.write(makeFrame(i), smallMetadata().time_origin_ns + int64_t(i) * 40000000), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(writer.close(), ERROR_CODE::SUCCESS);
+  return path;
+}
+
+std::string readBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+void writeBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+TEST(KtrFile, LosslessRoundTripKeepsFramesTimestampsAndMetadata) {
+  const std::string path = writeRecording("ktr_lossless", KTR_COMPRESSION_MODE::LOSSLESS, 12);
+  KtrReader reader;
+  ASSERT_EQ(reader.open(path), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_EQ(reader.frameCount(), 12);
+  EXPECT_EQ(reader.taggedFrameCount(), 12);
+  EXPECT_EQ(reader.codecName(), "ffv1");
+  EXPECT_EQ(reader.metadata().serial_number, 77u);
+  cv::Mat frame;
+  int64_t ts = 0;
+  int index = -1;
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_EQ(reader.read(frame, ts, index), ERROR_CODE::SUCCESS);
+    EXPECT_EQ(index, i);
+    EXPECT_EQ(ts, smallMetadata().time_origin_ns + int64_t(i) * 40000000);
+    EXPECT_EQ(cv::norm(frame, makeFrame(i), cv::NORM_INF), 0) << "frame " << i;
+  }
+  EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+  EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+}
+
+TEST(KtrFile, SeekingReturnsExactlyTheFrameAskedForInEveryCodec) {
+  for (KTR_COMPRESSION_MODE mode :
+       {KTR_COMPRESSION_MODE::H264, KTR_COMPRESSION_MODE::LOSSLESS, KTR_COMPRESSION_MODE::MJPEG}) {
+    SCOPED_TRACE(ktrCodecName(mode));
+    const std::string path = writeRecording(std::string("ktr_seek_") + ktrCodecName(mode), mode, 70);
+    KtrReader reader;
+    ASSERT_EQ(reader.open(path), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+    ASSERT_EQ(reader.frameCount(), 70);
+    std::vector<cv::Mat> sequential(70);
+    int64_t ts = 0;
+    int index = -1;
+    for (int i = 0; i < 70; ++i) ASSERT_EQ(reader.read(sequential[size_t(i)], ts, index), ERROR_CODE::SUCCESS);
+    // Backwards, forwards across key frames, to the same frame twice, to the end and back.
+    for (int target : {65, 3, 31, 30, 30, 0, 69, 44, 12}) {
+      reader.seek(target);
+      EXPECT_EQ(reader.position(), target);
+      cv::Mat frame;
+      ASSERT_EQ(reader.read(frame, ts, index), ERROR_CODE::SUCCESS);
+      EXPECT_EQ(index, target);
+      EXPECT_EQ(ts, smallMetadata().time_origin_ns + int64_t(target) * 40000000);
+      EXPECT_EQ(cv::norm(frame, sequential[size_t(target)], cv::NORM_INF), 0) << "frame " << target;
+      if (mode != KTR_COMPRESSION_MODE::LOSSLESS) {
+        EXPECT_LT(cv::norm(frame, makeFrame(target), cv::NORM_L1) / double(3 * frame.total()),
+                  8.0);  // 4:2:0 chroma on saturated colours
+      }
+    }
+    reader.seek(1000);
+    cv::Mat frame;
+    EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+  }
+}
+
+TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
+  const std::string path = writeRecording("ktr_truncated", KTR_COMPRESSION_MODE::LOSSLESS, 40);
+  const std::string bytes = readBytes(path);
+  const std::string cut = path + ".cut.ktr";
+  writeBytes(cut, bytes.substr(0, bytes.size() * 6 / 10));
+  KtrReader reader;
+  ASSERT_EQ(reader.open(cut), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_GT(reader.frameCount(), 10);
+  EXPECT_LT(reader.frameCount(), 40);
+  EXPECT_EQ(reader.taggedFrameCount(), 40);  // the tag tells that frames are missing
+  cv::Mat frame;
+  int64_t ts = 0;
+  int index = -1;
+  for (int i = 0; i < reader.frameCount(); ++i) {
+    ASSERT_EQ(reader.read(frame, ts, index), ERROR_CODE::SUCCESS) << "frame " << i;
+    EXPECT_EQ(cv::norm(frame, makeFrame(i), cv::NORM_INF), 0) << "frame " << i;
+  }
+  EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+}
+
+TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
+  const std::string path = writeRecording("ktr_bad", KTR_COMPRESSION_MODE::LOSSLESS, 5);
+  const std::string dir = std::filesystem::path(path).parent_path().string();
+  const std::string good = readBytes(path);
+  KtrReader reader;
+
+  EXPECT_EQ(reader.open(dir + "/missing.ktr"), ERROR_CODE::INVALID_KTR_FILE);
+  std::mt19937 gen(3);
+  std::string noise(100000, '\0');
+  for (char& c : noise) c = char(gen());
+  writeBytes(dir + "/noise.ktr", noise);
+  EXPECT_EQ(reader.open(dir + "/noise.ktr"), ERROR_CODE::INVALID_KTR_FILE);
+  writeBytes(dir + "/empty.ktr", "");
+  EXPECT_EQ(reader.open(dir + "/empty.ktr"), ERROR_CODE::INVALID_KTR_FILE);
+  writeBytes(dir + "/header_only.ktr", good.substr(0, 200));
+  EXPECT_EQ(reader.open(dir + "/header_only.ktr"), ERROR_CODE::INVALID_KTR_FILE);
+
+  // A Matroska file without the pavo.json attachment is not a recording.
+  std::string renamed = good;
+  const size_t name = renamed.find("pavo.json");
+  ASSERT_NE(name, std::string::npos);
+  renamed.replace(name, 9, "note.json");
+  writeBytes(dir + "/no_json.ktr", renamed);
+  EXPECT_EQ(reader.open(dir + "/no_json.ktr"), ERROR_CODE::INVALID_KTR_FILE);
+  EXPECT_NE(std::string(lastErrorDetail().c_str()).find("pavo.json"), std::string::npos);
+
+  // A recording whose calibration is unusable.
+  std::string bad_calibration = good;
+  const size_t fx = bad_calibration.find("\"fx\"");
+  ASSERT_NE(fx, std::string::npos);
+  bad_calibration.replace(fx, 4, "\"fq\"");
+  writeBytes(dir + "/bad_calibration.ktr", bad_calibration);
+  EXPECT_EQ(reader.open(dir + "/bad_calibration.ktr"), ERROR_CODE::INVALID_CALIBRATION_FILE);
+
+  EXPECT_FALSE(reader.isOpen());
+}
+
+TEST(KtrFile, DamagedFramesAreReportedAndReadingGoesOn) {
+  const std::string path = writeRecording("ktr_damaged", KTR_COMPRESSION_MODE::LOSSLESS, 30);
+  std::string bytes = readBytes(path);
+  std::mt19937 gen(11);
+  for (size_t i = bytes.size() / 2; i < bytes.size() / 2 + 2000; ++i) bytes[i] = char(gen());
+  const std::string damaged = path + ".damaged.ktr";
+  writeBytes(damaged, bytes);
+  KtrReader reader;
+  if (reader.open(damaged) != ERROR_CODE::SUCCESS) GTEST_SKIP() << "the damage hit the file structure";
+  cv::Mat frame;
+  int64_t ts = 0;
+  int index = -1, good = 0, corrupted = 0;
+  for (int i = 0; i < reader.frameCount() + 1; ++i) {
+    const ERROR_CODE err = reader.read(frame, ts, index);
+    if (err == ERROR_CODE::END_OF_KTR_FILE_REACHED) break;
+    ASSERT_TRUE(err == ERROR_CODE::SUCCESS || err == ERROR_CODE::CORRUPTED_FRAME) << int(err);
+    (err == ERROR_CODE::SUCCESS ? good : corrupted)++;
+  }
+  EXPECT_GT(good, 10);
+  EXPECT_TRUE(corrupted > 0 || reader.frameCount() < 30);
+  EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+}
+
+TEST(KtrFile, WriterRefusesBadFramesAndPaths) {
+  KtrWriter writer;
+  KtrMetadata odd = smallMetadata();
+  odd.width = 63;
+  EXPECT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/x.ktr", odd),
+            ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
+  EXPECT_NE(writer.open("/nonexistent-dir/x.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/y.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
+  EXPECT_EQ(writer.write(cv::Mat(10, 10, CV_8UC3), 0), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
+  EXPECT_EQ(writer.close(), ERROR_CODE::SUCCESS);
+}
+
+}  // namespace
+}  // namespace pv::internal
