@@ -134,6 +134,12 @@ void MainProcess::reset() {
   QObject::disconnect(this, nullptr, this, SLOT(endOfPreprocess()));
 
   if (inputThread) inputThread->destruct();
+  // destruct() only asks the loop to stop; a grab in progress still writes into the frame buffer.
+  // Let the loop leave before the live view drops the last share of that buffer.
+  if (workerThreadHandle) {
+    workerThreadHandle->quit();
+    workerThreadHandle->wait();
+  }
   gui->view2D->reset();
   gui->view3D->reset();
 

@@ -14,6 +14,8 @@
 #include <QScreen>
 #include <QTest>
 
+#include "pv/camera.h"
+
 namespace e2e {
 
 void useHome(const QString& home) {
@@ -86,6 +88,24 @@ QString synthesize(const QString& name, int frames, const QString& resolution, Q
     return QString();
   }
   return file;
+}
+
+QString scanningUnavailable(const QString& ktr) {
+  pv::Camera camera;
+  pv::InitParameters init;
+  const QByteArray path = ktr.toUtf8();
+  init.input.setFromKTRFile(pv::String(path.constData()));
+  const auto text = [](const char* what, pv::ERROR_CODE e) {
+    return QString("%1 fails in this SDK build: %2 (%3)")
+        .arg(what, pv::toString(e).c_str(), pv::lastErrorDetail().c_str());
+  };
+  pv::ERROR_CODE e = camera.open(init);
+  if (e != pv::ERROR_CODE::SUCCESS) return text("opening a recording", e);
+  e = camera.enablePositionalTracking();
+  if (e != pv::ERROR_CODE::SUCCESS) return text("positional tracking", e);
+  e = camera.enableSpatialMapping();
+  if (e != pv::ERROR_CODE::SUCCESS) return text("spatial mapping", e);
+  return QString();
 }
 
 void screenshot(const QString& name) {

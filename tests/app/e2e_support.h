@@ -59,6 +59,10 @@ class DialogAnswerer : public QObject {
 /// the tool cannot make one.
 QString synthesize(const QString& name, int frames, const QString& resolution, QString* why);
 
+/// Empty when the SDK can open `ktr` and enable tracking and spatial mapping on it; otherwise why
+/// not (a scan cannot produce a map in this build).
+QString scanningUnavailable(const QString& ktr);
+
 /// Saves a picture of the whole screen into $MAPURA_SCREENSHOT_DIR (nothing when unset).
 void screenshot(const QString& name);
 
