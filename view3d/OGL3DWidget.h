@@ -48,16 +48,6 @@ class OGL3DWidget : public QGLWidget, protected QGLFunctions {
   bool OpenMesh(QString path);
   /// Uploads the loaded mesh with its texture; false (and nothing changed) without a texture.
   bool loadTexture();
-  /// Records the tracked camera pose (16 floats, row-major camera-to-world, metres) and extends
-  /// the path by one segment.
-  void setCameraPose(float* pose);
-  /// Draws the path and the frustum marker.
-  void drawPath();
-  /// Clears the live map drawables, the path and the camera; VIEW_CONTENT := 0.
-  void reset();
-  /// Home pose: orbit centre (0, 0, -0.5), eye 2 m behind it, looking forward and down.
-  void resetCamPos();
-
   /// The map held for pushMesh and loadTexture; filled by OpenMesh or directly by the caller.
   pv::Mesh& getLoadedMesh() { return loadedMesh; }
   pv::FusedPointCloud& getLoadedPointCloud() { return loadedPointCloud; }
@@ -83,6 +73,16 @@ class OGL3DWidget : public QGLWidget, protected QGLFunctions {
   using QGLWidget::setAutoBufferSwap;
 
  public slots:
+  /// Records the tracked camera pose (16 floats, row-major camera-to-world, metres) and extends
+  /// the path by one segment.
+  void setCameraPose(float* pose);
+  /// Draws the path and the frustum marker.
+  void drawPath();
+  /// Clears the live map drawables, the path and the camera; VIEW_CONTENT := 0.
+  void reset();
+  /// Home pose: orbit centre (0, 0, -0.5), eye 2 m behind it, looking forward and down.
+  void resetCamPos();
+
   /// Rebuilds the projection from the current size; the argument is not used.
   void changeFov(bool mapOnly);
 

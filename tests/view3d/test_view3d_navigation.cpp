@@ -52,6 +52,7 @@ class TestView3DNavigation : public QObject {
     widget->setAutoBufferSwap(false);
     widget->show();
     if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) QSKIP("no GL context");
+    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
     widget->updateGL();
     cam = widget->getCamera();
     QVERIFY(cam != nullptr);

@@ -25,7 +25,8 @@ class TestView3DRender : public QObject {
     widget->setAutoBufferSwap(false);
     widget->show();
     if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) return false;
-    renderFrame(*widget);  // the first frame clears with the GL default colour
+    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
+    renderFrame(*widget);   // the first frame clears with the GL default colour
     return true;
   }
 
@@ -86,13 +87,22 @@ class TestView3DRender : public QObject {
     // A point inside one triangle, away from the diagonal and the outline.
     const QPoint inside(kWidth / 2 + 60, kHeight / 2);
 
+    const auto polygonMode = [this] {
+      widget->makeCurrent();
+      GLint mode[2] = {0, 0};
+      glGetIntegerv(GL_POLYGON_MODE, mode);
+      return mode[0];
+    };
     liveMesh(3);
     const QImage faces = renderFrame(*widget);
+    QCOMPARE(polygonMode(), GLint(GL_FILL));
     liveMesh(2);
     const QImage edges = renderFrame(*widget);
+    QCOMPARE(polygonMode(), GLint(GL_LINE));
     liveMesh(1);
     const QImage points = renderFrame(*widget);
-    liveMesh(7);  // any other value also draws points
+    QCOMPARE(polygonMode(), GLint(GL_LINE));  // points leave the polygon mode as it was
+    liveMesh(7);                              // any other value also draws points
     const QImage otherMode = renderFrame(*widget);
 
     const int faceCount = countPixels(faces, notBackground);
@@ -355,6 +365,14 @@ class TestView3DRender : public QObject {
     points.addPoint(0.3f, 0.f, -0.5f, {0, 0, 255});
     points.pushToGPU();
     QCOMPARE(points.getNumberOfPoints(), size_t(1));
+    // A static object uploads once: two points at the centre, then one elsewhere.
+    Simple3DObject once(pv::Translation(0.f, 0.f, 0.f), true);
+    once.addPoint(0.f, 0.f, -0.5f, {0, 255, 0});
+    once.addPoint(0.f, 0.f, -0.5f, {0, 255, 0});
+    once.pushToGPU();
+    once.clear();
+    once.addPoint(-0.3f, 0.f, -0.5f, {0, 255, 0});
+    once.pushToGPU();
 
     ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 0);
     QImage image;
@@ -375,7 +393,15 @@ class TestView3DRender : public QObject {
     program.release();
     image = widget->grabFrameBuffer().convertToFormat(QImage::Format_RGB32);
     QVERIFY(near(image.pixel(kWidth / 2, kHeight / 2), 255, 0, 0, 1));  // (0, 0, 255) packs as red
-    QVERIFY(!near(image.pixel(kWidth / 2 + 150, kHeight / 2), 255, 0, 0, 1));
+    QVERIFY(isBackground(image.pixel(kWidth / 2 + 75, kHeight / 2)));
+
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    program.bind();
+    once.draw();
+    program.release();
+    image = widget->grabFrameBuffer().convertToFormat(QImage::Format_RGB32);
+    QVERIFY(near(image.pixel(kWidth / 2, kHeight / 2), 0, 255, 0, 1));
+    QVERIFY(isBackground(image.pixel(kWidth / 2 - 75, kHeight / 2)));
   }
 
   void getColorRamp() {

@@ -4,9 +4,11 @@
 
 #include <QColor>
 #include <QImage>
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <vector>
 
 #include "OGL3DWidget.h"
 #include "pv/mesh.h"
@@ -57,5 +59,26 @@ inline int countPixels(const QImage& image, const std::function<bool(QRgb)>& mat
 
 /// The clear colour (0.12 grey) as it reads back.
 inline bool isBackground(QRgb pixel) { return near(pixel, 31, 31, 31, 1); }
+
+}  // namespace view3d_test
+
+namespace view3d_test {
+
+/// Centre and largest extent of a set of vertices.
+inline void bounds(const std::vector<pv::float3>& vertices, pv::Translation& centre, float& extent) {
+  pv::float3 lo = vertices.empty() ? pv::float3() : vertices.front(), hi = lo;
+  for (const pv::float3& v : vertices) {
+    lo = {std::min(lo.x, v.x), std::min(lo.y, v.y), std::min(lo.z, v.z)};
+    hi = {std::max(hi.x, v.x), std::max(hi.y, v.y), std::max(hi.z, v.z)};
+  }
+  centre = pv::Translation((lo.x + hi.x) / 2, (lo.y + hi.y) / 2, (lo.z + hi.z) / 2);
+  extent = std::max(hi.x - lo.x, std::max(hi.y - lo.y, hi.z - lo.z));
+}
+
+/// Orbits the view camera around `centre` at a distance that shows `extent` metres whole.
+inline void frame(OGL3DWidget& widget, const pv::Translation& centre, float extent) {
+  widget.getCamera()->setPosition(centre);
+  widget.getCamera()->setOffsetFromPosition(pv::Translation(0.f, 0.f, std::max(extent, 0.01f) * 2.5f));
+}
 
 }  // namespace view3d_test

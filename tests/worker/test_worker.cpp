@@ -241,9 +241,10 @@ class TestWorker : public QObject {
     QVERIFY(run.waitFor(
         [&] {
           return ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) == "Texturing mesh ..." ||
-                 run.send_end->count() > 0;
+                 run.send_end->count() + run.reset_needed->count() > 0;
         },
         600000));
+    QCOMPARE(run.reset_needed->count(), 0);
     if (run.send_end->count() > 0) QSKIP("texturing finished before the reset could be observed");
     run.stop();  // the application is reset while the mesh is being textured
     QCOMPARE(run.send_end->count(), 0);

@@ -1,0 +1,76 @@
+// Runs tracking on stereo image folders (no camera) and prints trajectory errors and time per frame:
+//   bench_tracking_sequences kitti DIR [OUT]
+//   bench_tracking_sequences euroc DIR GT.txt [OUT]
+// OUT.live.txt, OUT.two_pass.txt and OUT.gt.txt are written when OUT is given.
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+
+#include "machine.h"
+#include "stereo_sequence.h"
+#include "tracking/internal/tracking_engine.h"
+#include "trajectory_report.h"
+
+using namespace pv::internal;
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::cerr << "usage: bench_tracking_sequences kitti DIR [OUT.txt] | euroc DIR GT.txt [OUT.txt]\n";
+    return 2;
+  }
+  mapura::bench::printMachine();
+  const std::string kind = argv[1];
+  mapura::bench::StereoSequence seq;
+  std::string error;
+  int next = 3;
+  const bool loaded = kind == "kitti"
+                          ? mapura::bench::loadKittiSequence(argv[2], seq, error)
+                          : (argc > 3 && mapura::bench::loadEurocSequence(argv[2], argv[next++], seq, error));
+  if (!loaded) {
+    std::cerr << "cannot load: " << error << "\n";
+    return 1;
+  }
+  std::printf("%zu frames %dx%d fx %.1f baseline %.4f m\n", seq.size(), seq.calibration.size.width,
+              seq.calibration.size.height, seq.calibration.fx, seq.calibration.baseline_m);
+
+  TrackingEngine engine(seq.calibration, TrackingEngineParameters());
+  Trajectory live;
+  double total_ms = 0, worst_ms = 0;
+  int ok = 0;
+  for (size_t i = 0; i < seq.size(); ++i) {
+    cv::Mat l, r;
+    if (!seq.read(i, l, r)) break;
+    const auto t0 = std::chrono::steady_clock::now();
+    const EngineOutput out = engine.process(l, r, cv::Mat(), int(i), seq.t_s[i]);
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+    total_ms += ms;
+    worst_ms = std::max(worst_ms, ms);
+    if (out.state == pv::POSITIONAL_TRACKING_STATE::OK) {
+      ++ok;
+      live.push_back({seq.t_s[i], out.T_world_camera});
+    }
+  }
+  std::printf("frames OK %d/%zu, %.2f ms per frame (worst %.1f ms), keyframes %zu landmarks %zu loops %d\n", ok,
+              seq.size(), total_ms / double(seq.size()), worst_ms, engine.map().keyframes.size(),
+              engine.map().landmarks.size(), engine.loopCount());
+  mapura::bench::printTrajectoryErrors("live", live, seq.ground_truth);
+  const auto t0 = std::chrono::steady_clock::now();
+  engine.finalise();
+  const double final_ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  Trajectory refined;
+  for (size_t i = 0; i < seq.size(); ++i) {
+    Eigen::Isometry3d T;
+    if (engine.trajectory().refinedPose(int(i), T)) refined.push_back({seq.t_s[i], T});
+  }
+  std::printf("final optimisation %.0f ms\n", final_ms);
+  mapura::bench::printTrajectoryErrors("two-pass", refined, seq.ground_truth);
+  // The estimates (live and two-pass) and the ground truth as TUM files, for `pavo eval traj`.
+  if (next < argc) {
+    const std::string base = argv[next];
+    if (!writeTumTrajectory(base + ".live.txt", live, error) ||
+        !writeTumTrajectory(base + ".two_pass.txt", refined, error) ||
+        !writeTumTrajectory(base + ".gt.txt", seq.ground_truth, error))
+      std::cerr << error << "\n";
+  }
+  return 0;
+}

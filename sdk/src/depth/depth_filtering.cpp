@@ -1,0 +1,76 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <opencv2/core/utility.hpp>
+
+#include "depth/internal/depth_module.h"
+#include "depth/internal/stereo_stages.h"
+
+namespace pv::internal {
+
+DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
+                        const DepthFilterParameters& p) {
+  CV_Assert(stereo.disparity_px.type() == CV_32F && stereo.disparity_px.size() == left_gray.size());
+  CV_Assert(stereo.confidence.type() == CV_32F && stereo.confidence.size() == left_gray.size());
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  const float focal_baseline = static_cast<float>(fx_px * baseline_m);
+  // The distance limits as disparities: nearer than the minimum is a larger disparity.
+  const float max_disparity = p.min_depth_m > 0 ? focal_baseline / p.min_depth_m : std::numeric_limits<float>::max();
+  const float min_disparity = std::max(p.max_depth_m > 0 ? focal_baseline / p.max_depth_m : 0.f, 1e-3f);
+  const float confidence_limit = p.confidence_threshold < 100 ? static_cast<float>(p.confidence_threshold) : 1e9f;
+  const float texture_limit = static_cast<float>(p.texture_confidence_threshold);
+  cv::Mat texture;
+  if (p.texture_confidence_threshold < 100)
+    texture = stereo.texture_confidence.empty() ? textureConfidence(left_gray) : stereo.texture_confidence;
+  const cv::Mat saturated = p.remove_saturated_areas ? saturationMask(left_gray) : cv::Mat();
+
+  cv::Mat disparity(left_gray.size(), CV_32F), confidence(left_gray.size(), CV_32F);
+  cv::Mat rejected(left_gray.size(), CV_8U);  // 1 where a valid match was dropped
+  cv::parallel_for_(cv::Range(0, left_gray.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* d_in = stereo.disparity_px.ptr<float>(y);
+      const float* c_in = stereo.confidence.ptr<float>(y);
+      const float* t_in = texture.empty() ? nullptr : texture.ptr<float>(y);
+      const uint8_t* s_in = saturated.empty() ? nullptr : saturated.ptr<uint8_t>(y);
+      float* d_out = disparity.ptr<float>(y);
+      float* c_out = confidence.ptr<float>(y);
+      uint8_t* r_out = rejected.ptr<uint8_t>(y);
+      for (int x = 0; x < left_gray.cols; ++x) {
+        const float d = d_in[x];
+        // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
+        const bool keep = d >= min_disparity && d <= max_disparity && c_in[x] <= confidence_limit &&
+                          (!t_in || t_in[x] <= texture_limit) && (!s_in || !s_in[x]);
+        d_out[x] = keep ? d : kNaN;
+        c_out[x] = keep ? c_in[x] : kNaN;
+        r_out[x] = !keep;
+      }
+    }
+  });
+
+  if (p.fill) {
+    fillHoles(disparity);
+    confidence.setTo(100.f, rejected & validMask(disparity));
+  }
+
+  DepthData out;
+  out.depth_m.create(disparity.size(), CV_32F);
+  cv::parallel_for_(cv::Range(0, disparity.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* d = disparity.ptr<float>(y);
+      float* z = out.depth_m.ptr<float>(y);
+      for (int x = 0; x < disparity.cols; ++x) z[x] = focal_baseline / d[x];  // NaN stays NaN
+    }
+  });
+  out.disparity_px = disparity;
+  out.confidence = confidence;
+  out.valid = true;
+  return out;
+}
+
+int disparityRangeFor(const RectifiedCalibration& c, float min_depth_m) {
+  const double wanted = min_depth_m > 0 ? c.fx * c.baseline_m / min_depth_m : 1e9;
+  const double cap = std::min(192.0, c.size.width / 4.0);
+  return std::max(16, static_cast<int>(std::ceil(std::min(wanted, cap))));
+}
+
+}  // namespace pv::internal

@@ -1,0 +1,76 @@
+// The stages of the stereo depth pipeline, each a CPU entry point on plain cv::Mat (each defined in
+// its own file). Disparities are CV_32F pixels with NaN where invalid; the left image is the
+// reference unless a name says otherwise. GPU kernels are tested against these.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace pv::internal {
+
+/// 255 where `m` (CV_32F) holds a number, 0 where NaN. (OpenCV's `m != m` misses NaN in its
+/// vectorised path, `m == m` does not.)
+inline cv::Mat validMask(const cv::Mat& m) { return m == m; }
+/// 255 where `m` (CV_32F) is NaN.
+inline cv::Mat invalidMask(const cv::Mat& m) {
+  cv::Mat valid = m == m;
+  return ~valid;
+}
+
+/// Semi-global matching settings (see semi_global_matching.cpp).
+struct MatchParameters {
+  int num_disparities = 64;       ///< search range 0..num-1, a multiple of 16
+  int block_size = 3;             ///< odd matching window
+  int uniqueness_pct = 10;        ///< margin the best cost must win by, percent
+  int p1_per_pixel = 8;           ///< small-jump penalty, per window pixel
+  int p2_per_pixel = 32;          ///< large-jump penalty, per window pixel
+  bool internal_lr_check = true;  ///< the matcher's own one-pixel left-right check
+};
+
+/// Disparity of the left image (semi_global_matching.cpp). The pair is padded on the left by the
+/// search range so that the left border gets disparities too. Sub-pixel: parabola through the
+/// aggregated costs (1/16 pixel steps). `left` and `right` CV_8UC1 of one size.
+cv::Mat matchLeftDisparity(const cv::Mat& left, const cv::Mat& right, const MatchParameters& params);
+/// Disparity of the right image (positive: the match in the left image lies at x + d).
+cv::Mat matchRightDisparity(const cv::Mat& left, const cv::Mat& right, const MatchParameters& params);
+
+/// Invalidates left disparities whose match in the right disparity map disagrees by more than
+/// `max_diff_px` (left_right_check.cpp). Returns |d_left - d_right| per pixel (NaN where there is
+/// nothing to compare); `left_px` is changed in place.
+cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff_px);
+
+/// Invalidates connected regions of fewer than `max_speckle_px` pixels whose neighbours differ by
+/// at most `max_diff_px` (speckle_filter.cpp).
+void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px);
+
+/// Disparity at `full_size`, values scaled by the width ratio (disparity_upsampling.cpp).
+/// Bilinear where the 3x3 neighbourhood agrees within one pixel, nearest elsewhere (no mixing of
+/// foreground and background at edges).
+cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size);
+
+/// Edge-aware smoothing of a disparity map guided by the left image (edge_aware_filter.cpp): a
+/// weighted fast global smoother, smooth(w * d) / smooth(w), so values spread only between pixels
+/// that look alike in the guide; holes get values from similar-looking neighbours. `weight` CV_32F
+/// in 0..1 (empty: 1 for every valid pixel). `lambda` sets the strength, `sigma_color` the
+/// grey-level difference that stops it, `iterations` the smoother's passes (1 is nearly as good
+/// as 3 here, at a third of the time).
+cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight, const cv::Mat& guide_gray, double lambda,
+                        double sigma_color, int iterations = 1);
+
+/// Per-pixel doubt 1 (sure) .. 100 (unsure) from the disparity's local roughness and the
+/// left-right disagreement (`lr_diff_px`, may be empty) (confidence.cpp). NaN where invalid.
+cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px);
+/// Weight of each measurement for filterEdgeAware (confidence.cpp): exp(-u^2) with u the
+/// left-right disagreement in pixels (`lr_diff_px`, may be empty) plus four times the doubt
+/// fraction (confidence - 1) / 99; 0 where `confidence` is NaN.
+cv::Mat measurementWeight(const cv::Mat& confidence, const cv::Mat& lr_diff_px);
+/// Per-pixel doubt 1 (strong texture) .. 100 (flat) from the local contrast of `gray`.
+cv::Mat textureConfidence(const cv::Mat& gray);
+/// 255 where `gray` is saturated (>= 250), grown by two pixels.
+cv::Mat saturationMask(const cv::Mat& gray);
+
+/// Fills NaN holes of a disparity map from the farther (smaller-disparity) side of each hole, row
+/// by row, then column by column for rows without any value (hole_fill.cpp). Unchanged when no
+/// pixel is valid.
+void fillHoles(cv::Mat& disparity_px);
+
+}  // namespace pv::internal

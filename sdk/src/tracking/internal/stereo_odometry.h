@@ -1,0 +1,99 @@
+// Stereo visual odometry on rectified pairs: features on the left image matched into the right
+// one, tracked frame to frame (pyramidal Lucas-Kanade), pose from PnP with RANSAC refined by a
+// motion-only Levenberg-Marquardt step, keyframes, and a sliding-window bundle adjustment.
+// Works on plain images; pv::Camera drives it through the tracking module.
+#pragma once
+
+#include <deque>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "tracking/internal/map_data.h"
+#include "tracking/internal/optimisation.h"
+#include "tracking/internal/stereo_features.h"
+
+namespace pv::internal {
+
+struct OdometryParameters {
+  FeatureParameters features;
+  int klt_window_px = 21;
+  int klt_levels = 3;
+  double klt_check_px = 0.7;           ///< forward-backward tracking disagreement allowed
+  int min_inliers = 15;                ///< fewer PnP inliers than this: lost
+  double ransac_px = 2.0;              ///< PnP RANSAC reprojection threshold
+  int keyframe_min_inliers = 60;       ///< a keyframe is taken when inliers fall below this ...
+  double keyframe_inlier_ratio = 0.5;  ///< ... or below this share of the last keyframe's landmarks
+  int keyframe_max_frames = 15;        ///< ... or after this many frames
+  double keyframe_distance_m = 0.20;   ///< ... or after moving this far
+  double keyframe_angle_rad = 0.20;    ///< ... or turning this much
+  int window_keyframes = 5;            ///< keyframes in the sliding-window bundle adjustment
+  double min_depth_m = 0.2, max_depth_m = 40.0;
+  bool keep_keyframes = true;  ///< keep keyframes that leave the window (area memory)
+  BundleAdjustmentParameters bundle;
+};
+
+/// What one frame gave.
+struct OdometryOutput {
+  bool ok = false;
+  Eigen::Isometry3d T_world_camera = Eigen::Isometry3d::Identity();
+  int inliers = 0;
+  int confidence = 0;                       ///< 0..100
+  int new_keyframe_id = -1;                 ///< the keyframe this frame became, -1 when none
+  int reference_keyframe_id = -1;           ///< the latest keyframe (its pose anchors this frame)
+  std::vector<cv::Point2f> used, rejected;  ///< left pixels used by the pose and those refused
+};
+
+class StereoOdometry {
+ public:
+  StereoOdometry(const RectifiedCalibration& calibration, MapData& map,
+                 const OdometryParameters& parameters = OdometryParameters());
+
+  /// Processes one rectified grey pair. `depth_m` (CV_32F, NaN invalid) may be empty; when
+  /// given it guides the stereo matching.
+  OdometryOutput track(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+
+  /// Forgets the tracks; the next frame starts afresh at `T_world_camera`.
+  void restart(const Eigen::Isometry3d& T_world_camera);
+  /// Starts at `T_world_camera` with this frame (used after a relocalisation).
+  OdometryOutput startAt(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index,
+                         const Eigen::Isometry3d& T_world_camera);
+
+  /// Moves the odometry's world frame: poses become T_correction * pose (after a loop closure).
+  void applyCorrection(const Eigen::Isometry3d& T_correction);
+  /// Renames landmarks followed by the tracks (merged into older ones after a loop closure).
+  void remapLandmarks(const std::map<int, int>& old_to_new);
+
+  bool started() const { return started_; }
+  const Eigen::Isometry3d& pose() const { return T_world_camera_; }
+  const OdometryParameters& parameters() const { return parameters_; }
+  /// Keyframe ids in the sliding window, oldest first.
+  const std::deque<int>& window() const { return window_; }
+
+ private:
+  struct Track {
+    int landmark;
+    cv::Point2f px;
+  };
+  OdometryOutput initialise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  bool estimatePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
+                    Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier);
+  int makeKeyframe(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  void slideWindow();
+  std::vector<float> disparityGuess(const cv::Mat& depth_m, const std::vector<cv::Point2f>& points) const;
+
+  RectifiedCalibration calibration_;
+  MapData& map_;
+  OdometryParameters parameters_;
+  cv::Mat K_;
+  std::vector<Track> tracks_;
+  std::vector<cv::Mat> previous_pyramid_;
+  Eigen::Isometry3d T_world_camera_ = Eigen::Isometry3d::Identity();
+  Eigen::Isometry3d velocity_ = Eigen::Isometry3d::Identity();  ///< T_previous_current
+  Eigen::Isometry3d T_world_keyframe_ = Eigen::Isometry3d::Identity();
+  std::deque<int> window_;
+  int frames_since_keyframe_ = 0;
+  int keyframe_landmarks_ = 0;
+  bool started_ = false;
+};
+
+}  // namespace pv::internal

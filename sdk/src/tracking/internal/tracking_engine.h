@@ -1,0 +1,72 @@
+// Positional tracking without a camera: visual odometry, area memory (loops, relocalisation),
+// tracking states and the per-frame trajectory. The camera's tracking module and the tools
+// feed it rectified pairs.
+#pragma once
+
+#include <memory>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "pv/defines.h"
+#include "tracking/internal/area_memory.h"
+#include "tracking/internal/stereo_odometry.h"
+#include "tracking/internal/trajectory_store.h"
+
+namespace pv::internal {
+
+struct TrackingEngineParameters {
+  OdometryParameters odometry;
+  AreaMemoryParameters area;
+  bool area_memory = true;              ///< keep keyframes, close loops, relocalise in the whole map
+  double max_frame_gap_s = 0.25;        ///< a longer gap between frames reports FPS_TOO_LOW
+  int lost_frames_before_restart = 15;  ///< without a relocalisation, start afresh after this many lost frames
+  int final_iterations = 15;            ///< global bundle adjustment iterations in finalise()
+};
+
+struct EngineOutput {
+  POSITIONAL_TRACKING_STATE state = POSITIONAL_TRACKING_STATE::SEARCHING;
+  Eigen::Isometry3d T_world_camera = Eigen::Isometry3d::Identity();  ///< held while searching
+  int confidence = 0;
+  std::vector<cv::Point2f> used, rejected;
+};
+
+class TrackingEngine {
+ public:
+  TrackingEngine(const RectifiedCalibration& calibration, const TrackingEngineParameters& parameters,
+                 const Eigen::Isometry3d& T_world_start = Eigen::Isometry3d::Identity());
+
+  /// Tracks one rectified grey pair (`depth_m` may be empty). `t_s` is its capture time.
+  EngineOutput process(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index, double t_s);
+
+  /// Takes a saved area as the map: tracking then searches until the camera is relocalised in
+  /// its world frame.
+  void adoptArea(MapData area);
+  /// Final global optimisation (pose graph with the loops, then bundle adjustment of every
+  /// keyframe) and re-anchoring of the stored trajectory, which becomes final.
+  void finalise();
+
+  const MapData& map() const { return map_; }
+  const TrajectoryStore& trajectory() const { return *trajectory_; }
+  /// The trajectory, shared so that it can outlive the engine (two-pass mapping).
+  std::shared_ptr<TrajectoryStore> sharedTrajectory() const { return trajectory_; }
+  const RectifiedCalibration& calibration() const { return calibration_; }
+  int loopCount() const { return area_.loopCount(); }
+
+ private:
+  EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  void afterKeyframe(int id, const cv::Mat& left);
+
+  RectifiedCalibration calibration_;
+  TrackingEngineParameters parameters_;
+  MapData map_;
+  StereoOdometry odometry_;
+  AreaMemory area_;
+  std::shared_ptr<TrajectoryStore> trajectory_ = std::make_shared<TrajectoryStore>();
+  Eigen::Isometry3d T_world_last_;
+  double last_t_s_ = -1;
+  int lost_frames_ = 0;
+  bool waiting_for_area_ = false;  ///< an adopted area: no pose until relocalised in it
+  bool ever_tracked_ = false;
+};
+
+}  // namespace pv::internal

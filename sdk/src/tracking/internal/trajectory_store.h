@@ -1,0 +1,52 @@
+// The refined camera pose of every tracked frame of a recording, for mapping in two passes.
+//
+// For the mapping module: while tracking runs on a recording, each tracked frame index is stored
+// against the keyframe it was tracked from. Loop closures and the final global optimisation
+// (run by Camera::saveAreaMap and Camera::disablePositionalTracking) move the keyframes, and
+// refinedPose then returns the frame's pose after them. The store survives
+// disablePositionalTracking on the same open recording (it is dropped at close, or when tracking
+// is enabled again on a different input) so that a second pass with map type 5 or 6 can fuse at
+// these poses: call trajectoryStore(state) and check isFinal().
+// Poses are T_world_camera in IMAGE axes and metres, like CameraState::tracking.
+#pragma once
+
+#include <Eigen/Geometry>
+#include <map>
+#include <mutex>
+
+#include "tracking/internal/map_data.h"
+
+namespace pv::internal {
+
+class TrajectoryStore {
+ public:
+  /// Remembers frame `frame_index` at `T_world_camera`, tracked from keyframe `keyframe_id`
+  /// whose pose is now `T_world_keyframe`. Thread safe.
+  void record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_keyframe,
+              const Eigen::Isometry3d& T_world_camera);
+  /// Re-anchors every stored frame on the current pose of its keyframe. Thread safe.
+  void refine(const MapData& map);
+  /// The pose of a stored frame; false when the frame was not tracked. Thread safe.
+  bool refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const;
+  /// True once the final global optimisation has run (two-pass poses are ready). Thread safe.
+  bool isFinal() const;
+  void setFinal(bool final_poses);
+  size_t size() const;
+  void clear();
+
+ private:
+  struct Entry {
+    int keyframe_id = -1;
+    Eigen::Isometry3d T_keyframe_camera = Eigen::Isometry3d::Identity();
+    Eigen::Isometry3d T_world_camera = Eigen::Isometry3d::Identity();
+  };
+  mutable std::mutex mutex_;
+  std::map<int, Entry> frames_;
+  bool final_ = false;
+};
+
+struct CameraState;
+/// The store of the camera's tracking module, or null when tracking never ran since open.
+const TrajectoryStore* trajectoryStore(const CameraState& state);
+
+}  // namespace pv::internal

@@ -1,0 +1,110 @@
+#include "tracking/internal/tracking_engine.h"
+
+namespace pv::internal {
+
+TrackingEngine::TrackingEngine(const RectifiedCalibration& calibration, const TrackingEngineParameters& parameters,
+                               const Eigen::Isometry3d& T_world_start)
+    : calibration_(calibration),
+      parameters_(parameters),
+      odometry_(calibration, map_,
+                [&] {
+                  OdometryParameters p = parameters.odometry;
+                  p.keep_keyframes = parameters.area_memory;
+                  return p;
+                }()),
+      area_(calibration, map_, parameters.area),
+      T_world_last_(T_world_start) {
+  odometry_.restart(T_world_start);
+}
+
+void TrackingEngine::adoptArea(MapData area) {
+  map_ = std::move(area);
+  waiting_for_area_ = !map_.keyframes.empty();
+}
+
+void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
+  if (!parameters_.area_memory) return;
+  area_.describeKeyframe(id, left);
+  std::map<int, int> merged;
+  const Eigen::Isometry3d before = map_.keyframes[id].T_world_camera;
+  if (area_.closeLoop(id, merged)) {
+    odometry_.remapLandmarks(merged);
+    odometry_.applyCorrection(map_.keyframes[id].T_world_camera * before.inverse());
+    trajectory_->refine(map_);
+  }
+}
+
+EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m,
+                                           int frame_index) {
+  EngineOutput out;
+  out.T_world_camera = T_world_last_;
+  if (parameters_.area_memory && !map_.keyframes.empty()) {
+    const PlaceMatch match = area_.relocalise(left);
+    if (match.found) {
+      const OdometryOutput o = odometry_.startAt(left, right, depth_m, frame_index, match.T_world_camera);
+      if (o.ok) {
+        waiting_for_area_ = false;
+        lost_frames_ = 0;
+        out.state = POSITIONAL_TRACKING_STATE::OK;
+        out.T_world_camera = o.T_world_camera;
+        out.confidence = std::min(100, match.inliers);
+        out.used = o.used;
+        if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
+        trajectory_->record(frame_index, o.reference_keyframe_id,
+                            map_.keyframes[o.reference_keyframe_id].T_world_camera, o.T_world_camera);
+        T_world_last_ = o.T_world_camera;
+        return out;
+      }
+    }
+  }
+  return out;
+}
+
+EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index,
+                                     double t_s) {
+  const bool slow = last_t_s_ >= 0 && t_s - last_t_s_ > parameters_.max_frame_gap_s;
+  last_t_s_ = t_s;
+  EngineOutput out;
+  out.T_world_camera = T_world_last_;
+
+  if (waiting_for_area_) return tryRelocalise(left, right, depth_m, frame_index);
+  if (!odometry_.started() && ever_tracked_) {
+    // Lost: look for the place in the map, else start afresh from the last pose after a while.
+    out = tryRelocalise(left, right, depth_m, frame_index);
+    if (out.state == POSITIONAL_TRACKING_STATE::OK) return out;
+    if (++lost_frames_ < parameters_.lost_frames_before_restart) return out;
+  }
+  const OdometryOutput o = odometry_.track(left, right, depth_m, frame_index);
+  out.used = o.used;
+  out.rejected = o.rejected;
+  if (!o.ok) {
+    if (odometry_.started()) odometry_.restart(T_world_last_);
+    return out;
+  }
+  ever_tracked_ = true;
+  lost_frames_ = 0;
+  if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
+  const Eigen::Isometry3d T = odometry_.pose();
+  trajectory_->record(frame_index, o.reference_keyframe_id, map_.keyframes[o.reference_keyframe_id].T_world_camera, T);
+  T_world_last_ = T;
+  out.T_world_camera = T;
+  out.confidence = o.confidence;
+  out.state = slow ? POSITIONAL_TRACKING_STATE::FPS_TOO_LOW : POSITIONAL_TRACKING_STATE::OK;
+  return out;
+}
+
+void TrackingEngine::finalise() {
+  if (map_.keyframes.size() >= 2) {
+    if (area_.loopCount() > 0) area_.optimise();
+    std::vector<int> ids;
+    for (const auto& [id, kf] : map_.keyframes) ids.push_back(id);
+    BundleAdjustmentParameters p = parameters_.odometry.bundle;
+    p.max_iterations = parameters_.final_iterations;
+    p.threads = 2;
+    bundleAdjust(map_, calibration_, ids, 1, p);
+    trajectory_->refine(map_);
+  }
+  trajectory_->setFinal(true);
+}
+
+}  // namespace pv::internal

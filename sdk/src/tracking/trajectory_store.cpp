@@ -1,0 +1,52 @@
+#include "tracking/internal/trajectory_store.h"
+
+namespace pv::internal {
+
+void TrajectoryStore::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_keyframe,
+                             const Eigen::Isometry3d& T_world_camera) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Entry& e = frames_[frame_index];
+  e.keyframe_id = keyframe_id;
+  e.T_keyframe_camera = T_world_keyframe.inverse() * T_world_camera;
+  e.T_world_camera = T_world_camera;
+  final_ = false;
+}
+
+void TrajectoryStore::refine(const MapData& map) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto& [index, e] : frames_) {
+    auto kf = map.keyframes.find(e.keyframe_id);
+    if (kf != map.keyframes.end()) e.T_world_camera = kf->second.T_world_camera * e.T_keyframe_camera;
+  }
+}
+
+bool TrajectoryStore::refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto it = frames_.find(frame_index);
+  if (it == frames_.end()) return false;
+  T_world_camera = it->second.T_world_camera;
+  return true;
+}
+
+bool TrajectoryStore::isFinal() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return final_;
+}
+
+void TrajectoryStore::setFinal(bool final_poses) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  final_ = final_poses;
+}
+
+size_t TrajectoryStore::size() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return frames_.size();
+}
+
+void TrajectoryStore::clear() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  frames_.clear();
+  final_ = false;
+}
+
+}  // namespace pv::internal

@@ -1,0 +1,147 @@
+// The single stages of the depth pipeline on small hand-made inputs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "depth/internal/stereo_stages.h"
+#include "stereo_scenes.h"
+
+namespace pv::internal {
+namespace {
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+cv::Mat row(std::initializer_list<float> values) {
+  cv::Mat m(1, static_cast<int>(values.size()), CV_32F);
+  int i = 0;
+  for (float v : values) m.at<float>(0, i++) = v;
+  return m;
+}
+
+TEST(DepthStages, LeftRightCheckDropsDisagreeingPixels) {
+  // Left pixel x with disparity d lands on right pixel x - d.
+  cv::Mat left = row({3, 1, 1, 2, 2, 1});
+  const cv::Mat right = row({1, 1, 9, 2, kNaN, 0});
+  const cv::Mat diff = leftRightCheck(left, right, 1.f);
+  EXPECT_FLOAT_EQ(left.at<float>(0, 0), 3.f);  // outside the right image: nothing to compare
+  EXPECT_TRUE(std::isnan(diff.at<float>(0, 0)));
+  EXPECT_FLOAT_EQ(left.at<float>(0, 1), 1.f);  // agrees
+  EXPECT_FLOAT_EQ(diff.at<float>(0, 1), 0.f);
+  EXPECT_FLOAT_EQ(left.at<float>(0, 3), 2.f);  // one pixel apart: within the tolerance
+  EXPECT_FLOAT_EQ(diff.at<float>(0, 3), 1.f);
+  EXPECT_TRUE(std::isnan(left.at<float>(0, 4)));  // 2 against 9
+  EXPECT_FLOAT_EQ(diff.at<float>(0, 4), 7.f);
+  EXPECT_TRUE(std::isnan(left.at<float>(0, 5)));  // the right view has no value there
+}
+
+TEST(DepthStages, SpeckleRemovalDropsSmallIslandsOnly) {
+  cv::Mat d(40, 40, CV_32F, cv::Scalar(10.f));
+  d(cv::Rect(5, 5, 3, 3)).setTo(30.f);      // 9-pixel island
+  d(cv::Rect(20, 20, 12, 12)).setTo(20.f);  // 144-pixel region
+  d.at<float>(0, 39) = kNaN;
+  removeSpeckles(d, 50, 1.f);
+  EXPECT_TRUE(std::isnan(d.at<float>(6, 6)));
+  EXPECT_FLOAT_EQ(d.at<float>(25, 25), 20.f);
+  EXPECT_FLOAT_EQ(d.at<float>(0, 0), 10.f);
+  EXPECT_TRUE(std::isnan(d.at<float>(0, 39)));
+  EXPECT_EQ(cv::countNonZero(invalidMask(d)), 10);
+}
+
+TEST(DepthStages, HoleFillTakesTheFartherSide) {
+  cv::Mat d = row({kNaN, 5, kNaN, kNaN, 9, kNaN});
+  fillHoles(d);
+  const float expected[] = {5, 5, 5, 5, 9, 9};
+  for (int x = 0; x < 6; ++x) EXPECT_FLOAT_EQ(d.at<float>(0, x), expected[x]) << x;
+
+  // A row without any value is filled from its column.
+  cv::Mat two(3, 2, CV_32F, cv::Scalar(kNaN));
+  two.at<float>(0, 0) = 4;
+  two.at<float>(2, 1) = 6;
+  fillHoles(two);
+  EXPECT_EQ(cv::countNonZero(invalidMask(two)), 0);
+  EXPECT_FLOAT_EQ(two.at<float>(1, 0), 4.f);
+
+  cv::Mat empty(4, 4, CV_32F, cv::Scalar(kNaN));
+  fillHoles(empty);
+  EXPECT_EQ(cv::countNonZero(empty == empty), 0);
+}
+
+TEST(DepthStages, UpsamplingScalesValuesAndKeepsEdgesAndHoles) {
+  cv::Mat half(10, 10, CV_32F, cv::Scalar(4.f));
+  half(cv::Rect(5, 0, 5, 10)).setTo(12.f);
+  half.at<float>(2, 2) = kNaN;
+  const cv::Mat full = upsampleDisparity(half, cv::Size(20, 20));
+  ASSERT_EQ(full.size(), cv::Size(20, 20));
+  EXPECT_FLOAT_EQ(full.at<float>(10, 2), 8.f);
+  EXPECT_FLOAT_EQ(full.at<float>(10, 17), 24.f);
+  EXPECT_TRUE(std::isnan(full.at<float>(4, 4)));
+  // No value between foreground and background at the edge.
+  for (int x = 0; x < 20; ++x) {
+    const float v = full.at<float>(15, x);
+    EXPECT_TRUE(v == 8.f || v == 24.f) << x << ": " << v;
+  }
+}
+
+TEST(DepthStages, EdgeAwareFilterFillsHolesWithoutCrossingImageEdges) {
+  // Left half dark, right half bright; disparity 5 on the left, 15 on the right, a hole in each.
+  cv::Mat guide(40, 40, CV_8U, cv::Scalar(40));
+  guide(cv::Rect(20, 0, 20, 40)).setTo(200);
+  cv::Mat d(40, 40, CV_32F, cv::Scalar(5.f));
+  d(cv::Rect(20, 0, 20, 40)).setTo(15.f);
+  d(cv::Rect(14, 10, 12, 10)).setTo(kNaN);
+  const cv::Mat out = filterEdgeAware(d, cv::Mat(), guide, 100, 1.5);
+  EXPECT_EQ(cv::countNonZero(invalidMask(out)), 0);
+  EXPECT_NEAR(out.at<float>(15, 16), 5.f, 0.5f);
+  EXPECT_NEAR(out.at<float>(15, 23), 15.f, 0.5f);
+}
+
+TEST(DepthStages, TextureAndSaturation) {
+  cv::Mat gray(40, 40, CV_8U, cv::Scalar(128));
+  mapura::test::makeTexture(cv::Size(20, 40), 3).convertTo(gray(cv::Rect(0, 0, 20, 40)), CV_8U);
+  gray(cv::Rect(30, 30, 4, 4)).setTo(255);
+  const cv::Mat texture = textureConfidence(gray);
+  EXPECT_FLOAT_EQ(texture.at<float>(10, 34), 100.f);  // flat grey
+  EXPECT_LT(texture.at<float>(20, 8), 30.f);          // random texture
+  const cv::Mat saturated = saturationMask(gray);
+  EXPECT_EQ(saturated.at<uint8_t>(31, 31), 255);
+  EXPECT_EQ(saturated.at<uint8_t>(28, 28), 255);  // grown by two pixels
+  EXPECT_EQ(saturated.at<uint8_t>(20, 20), 0);
+}
+
+TEST(DepthStages, ConfidenceFollowsRoughnessAndDisagreement) {
+  cv::Mat d(20, 20, CV_32F, cv::Scalar(10.f));
+  d(cv::Rect(10, 0, 10, 20)).setTo(30.f);
+  d.at<float>(3, 3) = kNaN;
+  cv::Mat lr(20, 20, CV_32F, cv::Scalar(0.f));
+  lr.at<float>(15, 3) = 2.f;
+  const cv::Mat c = disparityConfidence(d, lr);
+  EXPECT_FLOAT_EQ(c.at<float>(10, 3), 1.f);     // flat and consistent
+  EXPECT_FLOAT_EQ(c.at<float>(10, 10), 100.f);  // at the step
+  EXPECT_FLOAT_EQ(c.at<float>(15, 3), 100.f);   // two views disagree
+  EXPECT_TRUE(std::isnan(c.at<float>(3, 3)));
+
+  // Weights for the edge-aware filter: sure and consistent 1, doubtful or disagreeing less, none
+  // where invalid.
+  lr.at<float>(10, 3) = 1.f;
+  const cv::Mat w = measurementWeight(c, lr);
+  EXPECT_FLOAT_EQ(w.at<float>(5, 3), 1.f);
+  EXPECT_NEAR(w.at<float>(10, 3), std::exp(-1.f), 1e-5);
+  EXPECT_LT(w.at<float>(10, 10), 1e-6f);
+  EXPECT_EQ(w.at<float>(3, 3), 0.f);
+}
+
+TEST(DepthStages, MatchersFindLeftAndRightDisparities) {
+  const auto plane = mapura::test::renderStep(cv::Size(160, 80), 6.f, 6.f, cv::Rect());
+  MatchParameters params;
+  params.num_disparities = 16;
+  const cv::Mat left = matchLeftDisparity(plane.left, plane.right, params);
+  const cv::Mat right = matchRightDisparity(plane.left, plane.right, params);
+  // Padding gives the left border values too.
+  EXPECT_NEAR(left.at<float>(40, 8), 6.f, 0.25f);
+  EXPECT_NEAR(left.at<float>(40, 80), 6.f, 0.25f);
+  EXPECT_NEAR(right.at<float>(40, 80), 6.f, 0.25f);
+}
+
+}  // namespace
+}  // namespace pv::internal
