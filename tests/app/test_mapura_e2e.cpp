@@ -19,6 +19,7 @@
 #include <QTimer>
 #include <cmath>
 #include <memory>
+#include <stdexcept>
 
 #include "GUI.h"
 #include "InputThreadModul.h"
@@ -65,6 +66,7 @@ class MapuraEndToEnd : public QObject {
   void endOfScanReportsAndShowsTheSavedMap();
   void failedMapBeginsAFreshInstance();
   void cameraSettingsWithoutCamera();
+  void exceptionInAnEventHandlerIsLoggedAndDropped();
   void gainAndExposureWithAndWithoutAuto();
   void liveScanToFiles();
   void ktrScanOffLine();
@@ -471,6 +473,31 @@ void MapuraEndToEnd::cameraSettingsWithoutCamera() {
   QCOMPARE(gui_->exposureValueLabel->text(), exposure);
   gui_->autoExposureCheck->setChecked(!gui_->autoExposureCheck->isChecked());
   QCOMPARE(gui_->gainValueLabel->text(), gain);
+}
+
+namespace {
+/// Throws from its event handler, as a faulty slot would.
+class Thrower : public QObject {
+ public:
+  int events = 0;
+  bool event(QEvent* e) override {
+    if (e->type() != QEvent::User) return QObject::event(e);
+    ++events;
+    throw std::runtime_error("thrown on purpose");
+  }
+};
+}  // namespace
+
+void MapuraEndToEnd::exceptionInAnEventHandlerIsLoggedAndDropped() {
+  Thrower thrower;
+  QTest::ignoreMessage(QtDebugMsg, "Exception thrown: thrown on purpose");
+  QTest::ignoreMessage(QtDebugMsg, "Exception thrown: thrown on purpose");
+  QCoreApplication::postEvent(&thrower, new QEvent(QEvent::User));
+  QCoreApplication::postEvent(&thrower, new QEvent(QEvent::User));
+  QVERIFY(e2e::waitUntil([&] { return thrower.events == 2; }, 2000));
+  // The event loop goes on: the window still answers.
+  click(gui_->inputButton);
+  QVERIFY(gui_->ktrButton->isVisible());
 }
 
 void MapuraEndToEnd::gainAndExposureWithAndWithoutAuto() {
