@@ -138,7 +138,7 @@ void MapuraEndToEnd::scanToResult(const QString& prefix, int scanMs) {
   QVERIFY(app_->worker()->frameCounter() > 0);
 
   click(gui_->startButton);  // Stop
-  QVERIFY(phase() >= 4);
+  QVERIFY2(e2e::waitUntil([&] { return phase() >= 4; }, 30000), "the worker never reported the end of the scan");
   e2e::screenshot(prefix + "-3-processing");
   QVERIFY2(e2e::waitUntil([&] { return phase() == 5; }, kScanTimeoutMs), qPrintable(answerer_->describe()));
   QTest::qWait(300);
@@ -557,8 +557,8 @@ void MapuraEndToEnd::liveScanToFiles() {
   QTest::qWait(1500);
   e2e::screenshot("live-1-ready");
   SKIP_IF(e2e::scanningUnavailable(file));
-  scanToResult("live", 4000);
-  QVERIFY(QFileInfo(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)).fileName().startsWith("Live_"));
+  scanToResult("live", 10000);
+  QVERIFY(QDir(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)).dirName().startsWith("Live_"));
   // A scan stopped by the user shows no message box.
   QVERIFY2(answerer_->boxes.isEmpty(), qPrintable(answerer_->describe()));
 }
