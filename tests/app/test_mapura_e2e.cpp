@@ -590,11 +590,16 @@ void MapuraEndToEnd::ktrScanOffLine() {
   QCOMPARE(phase(), 2);
   QVERIFY(gui_->progressWidget->isVisible());
   int highest = 0;
+  bool pictured = false;
   QVERIFY(e2e::waitUntil(
       [&] {
+        if (phase() != 2) return true;
         highest = std::max(highest, gui_->progressWidget->bar()->value());
-        if (highest > 0 && highest < 100) e2e::screenshot("ktr-2-preprocessing");
-        return phase() != 2;
+        if (!pictured && highest >= 20) {
+          e2e::screenshot("ktr-2-preprocessing");
+          pictured = true;
+        }
+        return false;
       },
       kScanTimeoutMs));
   QVERIFY2(highest > 0, "the progress widget never moved");
