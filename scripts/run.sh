@@ -15,8 +15,12 @@ if [ -z "${PAVO_VIRTUAL_CAMERA:-}" ]; then
   if [ ! -s "$SAMPLE" ]; then
     mkdir -p samples
     echo "run.sh: making the sample recording $SAMPLE (once)"
-    if ! "$PAVO" synth room -o "$SAMPLE" --frames 600 --fps 30 --resolution HD720; then
-      rm -f "$SAMPLE"
+    # Written under another name first, so an interrupted run leaves no half recording behind.
+    partial="$PWD/samples/room_hd720.partial.ktr"
+    if "$PAVO" synth room -o "$partial" --frames 600 --fps 30 --resolution HD720; then
+      mv "$partial" "$SAMPLE"
+    else
+      rm -f "$partial"
       echo "run.sh: no sample recording could be made; Mapura starts without the virtual camera" >&2
     fi
   fi
