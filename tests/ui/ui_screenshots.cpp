@@ -68,6 +68,12 @@ int main(int argc, char** argv) {
   shoot(gui, dir, "phase4_" + tag);
 
   gui.activeScan();
+  // As the controller's map import does once the saved, textured mesh is shown.
+  gui.spinner->stop();
+  gui.processing = false;
+  gui.setViewerOptions(0);
+  gui.spinnerLabel->setText("/home/user/Documents/PAVO/Meshes/KTR_office/mesh.obj - 182345faces");
+  gui.spinnerLabel->show();
   shoot(gui, dir, "phase5_" + tag);
   return 0;
 }

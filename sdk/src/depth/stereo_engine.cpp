@@ -72,10 +72,14 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   match.uniqueness_pct = recipe.uniqueness_pct;
   match.internal_lr_check = !recipe.explicit_lr_check;
 
-  cv::Mat disparity = matchLeftDisparity(l, r, match), right_disparity, lr_diff;
+  cv::Mat disparity = matchLeftDisparity(l, r, match), right_disparity, lr_diff, unseen;
   if (recipe.explicit_lr_check) {
     right_disparity = matchRightDisparity(l, r, match);
     lr_diff = leftRightCheck(disparity, right_disparity, recipe.lr_max_diff_px);
+    // The strip at the left border that the right camera does not see has no true match; its
+    // matches into the padding are guesses and the filter must not fill it either.
+    unseen = unseenByRight(right_disparity);
+    disparity.setTo(std::numeric_limits<float>::quiet_NaN(), unseen);
   }
   if (recipe.speckle_px > 0) removeSpeckles(disparity, recipe.speckle_px, 1.0f);
   cv::Mat confidence = disparityConfidence(disparity, lr_diff);
@@ -98,6 +102,11 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     doubt.setTo(100.f, invalidMask(doubt));
     cv::Mat recomputed = disparityConfidence(disparity, cv::Mat());
     confidence = cv::max(recomputed, cv::min(doubt, 100.f));
+  }
+  if (!unseen.empty()) {
+    cv::Mat unseen_full = unseen;
+    if (unseen.size() != left.size()) cv::resize(unseen, unseen_full, left.size(), 0, 0, cv::INTER_NEAREST);
+    disparity.setTo(std::numeric_limits<float>::quiet_NaN(), unseen_full);
   }
   out.disparity_px = disparity;
   out.confidence = confidence;

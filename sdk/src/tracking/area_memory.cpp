@@ -80,8 +80,8 @@ PlaceMatch AreaMemory::matchAgainst(const std::vector<cv::Point2f>& pixels, cons
   if (int(object.size()) < parameters_.min_inliers) return result;
   cv::Mat rvec, tvec;
   std::vector<int> inliers;
-  if (!cv::solvePnPRansac(object, image, K_, cv::noArray(), rvec, tvec, false, 300, float(parameters_.ransac_px), 0.999,
-                          inliers, cv::SOLVEPNP_AP3P) ||
+  if (!cv::solvePnPRansac(object, image, K_, cv::noArray(), rvec, tvec, false, 1000, float(parameters_.ransac_px),
+                          0.999, inliers, cv::SOLVEPNP_EPNP) ||
       int(inliers.size()) < parameters_.min_inliers)
     return result;
   std::vector<cv::Point3f> o2;
@@ -290,7 +290,35 @@ PlaceMatch AreaMemory::relocalise(const cv::Mat& left, const Eigen::Vector3d* ne
       candidates.push_back(kid);
   PlaceMatch match = matchAgainst(pixels, descriptors, candidates, -1);
   if (match.found) refineByProjection(pixels, descriptors, match);
+  match.query_pixels = pixels;
   return match;
+}
+
+bool AreaMemory::confirmWithStereo(const PlaceMatch& match, const cv::Mat& left, const cv::Mat& right) const {
+  if (!match.found) return false;
+  const Eigen::Isometry3d T_cw = match.T_world_camera.inverse();
+  const double fb = calibration_.fx * calibration_.baseline_m;
+  std::vector<cv::Point2f> points;
+  std::vector<float> expected;
+  for (const auto& [q, landmark] : match.landmark_pairs) {
+    auto lm = map_.landmarks.find(landmark);
+    if (lm == map_.landmarks.end() || size_t(q) >= match.query_pixels.size()) continue;
+    const Eigen::Vector3d p = T_cw * lm->second.p_world;
+    if (p.z() <= 0) continue;
+    points.push_back(match.query_pixels[size_t(q)]);
+    expected.push_back(float(fb / p.z()));
+  }
+  if (points.empty()) return false;
+  // Search wide around the expected disparity; agreement within a pixel and a half counts.
+  const std::vector<float> measured =
+      matchStereo(left, right, points, expected, 0.5f, float(left.cols) / 2, 12.f, FeatureParameters());
+  int checked = 0, agree = 0;
+  for (size_t i = 0; i < points.size(); ++i) {
+    if (!std::isfinite(measured[i])) continue;
+    ++checked;
+    if (std::abs(measured[i] - expected[i]) < 1.5f) ++agree;
+  }
+  return checked >= 10 && agree * 2 >= checked;
 }
 
 }  // namespace pv::internal

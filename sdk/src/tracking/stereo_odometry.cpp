@@ -143,12 +143,20 @@ OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, 
   for (const Track& t : tracks_) previous.push_back(t.px);
   std::vector<uchar> status, status_back;
   std::vector<float> err;
-  const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 20, 0.03);
+  const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 10, 0.03);
   if (!previous.empty()) {
-    // Predict with the last motion to help large displacements.
+    // Start each track where the landmark lands under constant motion.
+    const Eigen::Isometry3d T_predicted_cw = (T_world_camera_ * velocity_).inverse();
     current = previous;
+    for (size_t i = 0; i < tracks_.size(); ++i) {
+      auto lm = map_.landmarks.find(tracks_[i].landmark);
+      double u, v;
+      if (lm != map_.landmarks.end() && projectPoint(calibration_, T_predicted_cw * lm->second.p_world, u, v) &&
+          u > -50 && v > -50 && u < left.cols + 50 && v < left.rows + 50)
+        current[i] = cv::Point2f(float(u), float(v));
+    }
     cv::calcOpticalFlowPyrLK(previous_pyramid_, pyramid, previous, current, status, err, window, parameters_.klt_levels,
-                             criteria);
+                             criteria, cv::OPTFLOW_USE_INITIAL_FLOW);
     back = previous;
     cv::calcOpticalFlowPyrLK(pyramid, previous_pyramid_, current, back, status_back, err, window,
                              parameters_.klt_levels, criteria, cv::OPTFLOW_USE_INITIAL_FLOW);
@@ -241,7 +249,7 @@ int StereoOdometry::makeKeyframe(const cv::Mat& left, const cv::Mat& right, cons
   std::vector<float> known;
   for (float d : tracked_d)
     if (std::isfinite(d)) known.push_back(d);
-  if (known.size() >= 20) {
+  if (parameters_.narrow_stereo_search && known.size() >= 20) {
     std::sort(known.begin(), known.end());
     lo = std::max(min_d, 0.5f * known[known.size() / 50]);
     hi = std::min(max_d, 1.5f * known[known.size() - 1 - known.size() / 50] + 4.f);

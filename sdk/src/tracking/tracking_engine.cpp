@@ -39,8 +39,11 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
   EngineOutput out;
   out.T_world_camera = T_world_last_;
   if (parameters_.area_memory && !map_.keyframes.empty()) {
-    const PlaceMatch match = area_.relocalise(left);
-    if (match.found) {
+    // Lost while tracking: look near the last pose first, then anywhere in the map.
+    const Eigen::Vector3d last = T_world_last_.translation();
+    PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
+    if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
+    if (area_.confirmWithStereo(match, left, right)) {
       const OdometryOutput o = odometry_.startAt(left, right, depth_m, frame_index, match.T_world_camera);
       if (o.ok) {
         waiting_for_area_ = false;

@@ -35,6 +35,20 @@ TEST(DepthStages, LeftRightCheckDropsDisagreeingPixels) {
   EXPECT_TRUE(std::isnan(left.at<float>(0, 5)));  // the right view has no value there
 }
 
+TEST(DepthStages, TheStripTheRightCameraMissesIsMarked) {
+  // Right pixel 0 sees left pixel 0 + 6: left columns 0..5 have no match. A row without right
+  // values takes its neighbours' estimate, one outlier row is outvoted; no values, no mark.
+  cv::Mat right(9, 12, CV_32F, cv::Scalar(6.f));
+  right.row(3).setTo(kNaN);
+  right.row(5).setTo(11.f);
+  const cv::Mat unseen = unseenByRight(right);
+  for (int y = 0; y < 9; ++y) EXPECT_EQ(cv::countNonZero(unseen.row(y)), 6) << y;
+  EXPECT_EQ(unseen.at<uint8_t>(0, 5), 255);
+  EXPECT_EQ(unseen.at<uint8_t>(0, 6), 0);
+  const cv::Mat none = unseenByRight(cv::Mat(4, 12, CV_32F, cv::Scalar(kNaN)));
+  EXPECT_EQ(cv::countNonZero(none), 0);
+}
+
 TEST(DepthStages, SpeckleRemovalDropsSmallIslandsOnly) {
   cv::Mat d(40, 40, CV_32F, cv::Scalar(10.f));
   d(cv::Rect(5, 5, 3, 3)).setTo(30.f);      // 9-pixel island

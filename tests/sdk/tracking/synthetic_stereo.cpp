@@ -11,20 +11,25 @@ constexpr double kTexelM = 0.005;  // texture resolution on the walls
 }
 
 SyntheticRoom::SyntheticRoom(const Eigen::Vector3d& half_extent_m, unsigned seed) : half_(half_extent_m) {
-  cv::Mat t(1024, 1024, CV_8U, cv::Scalar(128));
+  // One texture per wall, large enough that nothing repeats anywhere in the room.
+  const int size = int(2 * half_extent_m.maxCoeff() / kTexelM) + 8;
   std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> pos(0, 1023), grey(20, 235), size(3, 40), kind(0, 2);
-  for (int i = 0; i < 5000; ++i) {
-    const cv::Point p(pos(rng), pos(rng));
-    const int s = size(rng);
-    const cv::Scalar g(grey(rng));
-    if (kind(rng) == 0)
-      cv::circle(t, p, s / 2 + 1, g, -1, cv::LINE_AA);
-    else
-      cv::rectangle(t, cv::Rect(p.x, p.y, s, size(rng)), g, -1);
+  std::uniform_int_distribution<int> pos(0, size - 1), grey(20, 235), extent(3, 40), kind(0, 2);
+  const int shapes = int(5000.0 * size * size / (1024.0 * 1024.0));
+  for (cv::Mat& t : textures_) {
+    t.create(size, size, CV_8U);
+    t.setTo(cv::Scalar(128));
+    for (int i = 0; i < shapes; ++i) {
+      const cv::Point p(pos(rng), pos(rng));
+      const int e = extent(rng);
+      const cv::Scalar g(grey(rng));
+      if (kind(rng) == 0)
+        cv::circle(t, p, e / 2 + 1, g, -1, cv::LINE_AA);
+      else
+        cv::rectangle(t, cv::Rect(p.x, p.y, e, extent(rng)), g, -1);
+    }
+    cv::GaussianBlur(t, t, cv::Size(3, 3), 0.8);
   }
-  cv::GaussianBlur(t, t, cv::Size(3, 3), 0.8);
-  t.convertTo(texture_, CV_32F);
 }
 
 pv::internal::RectifiedCalibration syntheticCalibration(int width, int height, double fx) {
@@ -53,7 +58,6 @@ void SyntheticRoom::renderEye(const pv::internal::RectifiedCalibration& c, const
   out.create(c.size, CV_8U);
   const Eigen::Matrix3d R = T.linear();
   const Eigen::Vector3d o = T.translation();
-  const int tw = texture_.cols, th = texture_.rows;
   cv::parallel_for_(cv::Range(0, c.size.height), [&](const cv::Range& rows) {
     for (int v = rows.start; v < rows.end; ++v) {
       uint8_t* dst = out.ptr<uint8_t>(v);
@@ -72,16 +76,14 @@ void SyntheticRoom::renderEye(const pv::internal::RectifiedCalibration& c, const
         }
         const Eigen::Vector3d p = o + t_hit * d;
         const int a = (axis + 1) % 3, b = (axis + 2) % 3;
-        // Each wall gets its own part of the texture.
-        const double side = d[axis] > 0 ? 1 : 0;
-        double x = p[a] / kTexelM + 300.0 * axis + 517.0 * side, y = p[b] / kTexelM + 211.0 * axis + 97.0 * side;
-        x -= std::floor(x / tw) * tw;
-        y -= std::floor(y / th) * th;
+        const cv::Mat& tex = textures_[size_t(2 * axis + (d[axis] > 0 ? 1 : 0))];
+        const double x = std::min(tex.cols - 1.001, std::max(0.0, (p[a] + half_.maxCoeff()) / kTexelM + 2));
+        const double y = std::min(tex.rows - 1.001, std::max(0.0, (p[b] + half_.maxCoeff()) / kTexelM + 2));
         const int x0 = int(x), y0 = int(y);
         const double fx = x - x0, fy = y - y0;
-        const int x1 = (x0 + 1) % tw, y1 = (y0 + 1) % th;
-        const double g = (1 - fy) * ((1 - fx) * texture_.at<float>(y0, x0) + fx * texture_.at<float>(y0, x1)) +
-                         fy * ((1 - fx) * texture_.at<float>(y1, x0) + fx * texture_.at<float>(y1, x1));
+        const uint8_t* r0 = tex.ptr<uint8_t>(y0);
+        const uint8_t* r1 = tex.ptr<uint8_t>(y0 + 1);
+        const double g = (1 - fy) * ((1 - fx) * r0[x0] + fx * r0[x0 + 1]) + fy * ((1 - fx) * r1[x0] + fx * r1[x0 + 1]);
         dst[u] = cv::saturate_cast<uint8_t>(g);
       }
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <Eigen/Geometry>
+#include <array>
 #include <opencv2/core.hpp>
 #include <vector>
 
@@ -22,7 +23,7 @@ class SyntheticRoom {
  private:
   void renderEye(const pv::internal::RectifiedCalibration& c, const Eigen::Isometry3d& T_world_eye, cv::Mat& out) const;
   Eigen::Vector3d half_;
-  cv::Mat texture_;  ///< CV_32F, tiled over the walls
+  std::array<cv::Mat, 6> textures_;  ///< CV_8U, one per wall (-x, +x, -y, +y, -z, +z)
 };
 
 /// Calibration of a rectified pair: `width` x `height`, focal length, 12 cm baseline.

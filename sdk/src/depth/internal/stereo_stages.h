@@ -38,6 +38,11 @@ cv::Mat matchRightDisparity(const cv::Mat& left, const cv::Mat& right, const Mat
 /// nothing to compare); `left_px` is changed in place.
 cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff_px);
 
+/// 255 for the left pixels of each row that lie left of where the right camera's view begins (the
+/// leftmost right pixels' matches, pooled over neighbouring rows by a median), 0 elsewhere
+/// (left_right_check.cpp): those have no match.
+cv::Mat unseenByRight(const cv::Mat& right_px);
+
 /// Invalidates connected regions of fewer than `max_speckle_px` pixels whose neighbours differ by
 /// at most `max_diff_px` (speckle_filter.cpp).
 void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px);

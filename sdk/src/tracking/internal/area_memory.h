@@ -28,6 +28,7 @@ struct PlaceMatch {
   Eigen::Isometry3d T_world_camera = Eigen::Isometry3d::Identity();
   int inliers = 0;
   std::vector<std::pair<int, int>> landmark_pairs;  ///< (observation index in the query, map landmark)
+  std::vector<cv::Point2f> query_pixels;            ///< the query's feature pixels
 };
 
 class AreaMemory {
@@ -44,6 +45,9 @@ class AreaMemory {
   /// Finds the pose of a grey left image in the map by descriptor matching and PnP. `near`
   /// (optional) restricts the search to keyframes within loop_radius_m of that position.
   PlaceMatch relocalise(const cv::Mat& left, const Eigen::Vector3d* near = nullptr);
+  /// Checks a relocalisation with the right image: the matched landmarks must lie at the depth
+  /// the stereo pair measures at their pixels, for most of them.
+  bool confirmWithStereo(const PlaceMatch& match, const cv::Mat& left, const cv::Mat& right) const;
   /// Pose-graph optimisation over every keyframe with the loop edges found so far.
   void optimise();
 

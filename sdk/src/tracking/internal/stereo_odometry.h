@@ -16,8 +16,8 @@ namespace pv::internal {
 
 struct OdometryParameters {
   FeatureParameters features;
-  int klt_window_px = 21;
-  int klt_levels = 3;
+  int klt_window_px = 15;
+  int klt_levels = 2;
   double klt_check_px = 0.7;           ///< forward-backward tracking disagreement allowed
   int min_inliers = 15;                ///< fewer PnP inliers than this: lost
   double ransac_px = 2.0;              ///< PnP RANSAC reprojection threshold
@@ -28,7 +28,8 @@ struct OdometryParameters {
   double keyframe_angle_rad = 0.20;    ///< ... or turning this much
   int window_keyframes = 5;            ///< keyframes in the sliding-window bundle adjustment
   double min_depth_m = 0.2, max_depth_m = 40.0;
-  bool keep_keyframes = true;  ///< keep keyframes that leave the window (area memory)
+  bool narrow_stereo_search = false;  ///< search new features only over the tracked disparities
+  bool keep_keyframes = true;         ///< keep keyframes that leave the window (area memory)
   BundleAdjustmentParameters bundle;
 };
 
