@@ -96,11 +96,14 @@ void InputThreadModul::destruct() {
   while (map_request_state_ == 2) QThread::msleep(10);
   if (post_processing_running_) abort_post_processing_ = true;
   QThread::msleep(5);
+  // The step in progress may still be grabbing into the frame buffer's views.
+  while (in_loop_) QThread::msleep(1);
   if (buffers_allocated_) frame_buffer_.free(pv::MEM::BOTH);
 }
 
 void InputThreadModul::work() {
   if (!running_) return;
+  in_loop_ = true;
   while (running_) {
     if (camera_.isOpened()) {
       switch (state_.load()) {
@@ -122,6 +125,7 @@ void InputThreadModul::work() {
     }
     QThread::msleep(1);
   }
+  in_loop_ = false;
 }
 
 void InputThreadModul::vizuInit() {

@@ -48,7 +48,8 @@ class InputThreadModul : public QObject {
   int init();
   /// Seeks a recording while the preview runs; ignored in every other state.
   void askSetPosition(int frame);
-  /// Stops the loop, waits for a map retrieval in flight, frees the frame buffer.
+  /// Stops the loop, waits for a map retrieval in flight and for the loop's current step (so that
+  /// no grab writes into the frame buffer any more), frees the frame buffer.
   void destruct();
   /// Requests the scan start (range in metres or -1 for automatic, resolution in metres, filter
   /// level 0..3 with 3 = none, map type, memory budget in megabytes).
@@ -112,6 +113,7 @@ class InputThreadModul : public QObject {
   int serial_number_ = -1;
   pv::Camera camera_;
   std::atomic<bool> running_{true};
+  std::atomic<bool> in_loop_{false};  ///< work() is inside its loop
   std::mutex map_mutex_;
   pv::Mesh mesh_;
   pv::FusedPointCloud fused_point_cloud_;

@@ -6,6 +6,7 @@
 #include "core/internal/error.h"
 #include "mapping/internal/mapping_module.h"
 #include "pv/camera.h"
+#include "tracking/internal/trajectory_store.h"
 
 namespace pv {
 
@@ -20,6 +21,22 @@ bool isOfflineType(SPATIAL_MAP_TYPE type) {
 
 std::shared_ptr<MappingModule> moduleOf(internal::CameraState& state) {
   return std::atomic_load(&state.mapping_module);
+}
+
+// Points the two-pass pose lookup at the trajectory a finished tracking pass over this recording
+// refined, when there is one and no other source (such as ground truth) was set.
+void useRefinedTrajectory(internal::CameraState& s) {
+  if (s.refined_pose) return;
+  const internal::TrajectoryStore* store = internal::trajectoryStore(s);
+  if (!store || !store->isFinal()) return;
+  internal::CameraState* state = &s;
+  s.refined_pose = [state](int frame_index, Eigen::Matrix4f& T_world_camera) {
+    const internal::TrajectoryStore* poses = internal::trajectoryStore(*state);
+    Eigen::Isometry3d refined;
+    if (!poses || !poses->isFinal() || !poses->refinedPose(frame_index, refined)) return false;
+    T_world_camera = refined.matrix().cast<float>();
+    return true;
+  };
 }
 
 bool within(float value, const std::pair<float, float>& bounds) {
@@ -46,6 +63,7 @@ ERROR_CODE Camera::enableSpatialMapping(SpatialMappingParameters parameters) {
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown map_type");
   // The live types fuse at the tracked pose of each grab; the two-pass types at the poses a
   // tracking pass over the recording refined (tracking may be off again by then).
+  if (isOfflineType(type)) useRefinedTrajectory(s);
   if (isOfflineType(type) && !s.refined_pose)
     return fail(ERROR_CODE::MODULE_NOT_ENABLED,
                 "map types 5 and 6 need the refined poses of a tracking pass over this recording");
