@@ -37,12 +37,15 @@ class TestWorker : public QObject {
   static QStringList filesIn(const QString& dir) { return QDir(dir).entryList(QDir::Files, QDir::Name); }
 
  private slots:
-  void initTestCase() {
-    meshes_dir_ = QString::fromStdString(mapura::test::scratchDir("worker-meshes"));
-    recording_ = synthesizeRecording("room", "room", 150, "ffv1");
-  }
+  void initTestCase() { recording_ = synthesizeRecording("room", "room", 150, "ffv1"); }
 
-  void init() { resetStates(); }
+  void init() {
+    // Each test writes into its own base folder: two scans of the same recording in the same
+    // minute share an output folder name.
+    meshes_dir_ =
+        QString::fromStdString(mapura::test::scratchDir(std::string("worker-meshes-") + QTest::currentTestFunction()));
+    resetStates();
+  }
 
   void noLiveCameraGivesMinusOne() {
     qunsetenv("PAVO_VIRTUAL_CAMERA");

@@ -21,7 +21,9 @@ struct Chunk {
   std::vector<uint3> triangles;
   std::vector<float3> normals;  ///< per vertex, may be empty
   std::vector<uchar3> colors;   ///< per vertex, red, green, blue; may be empty
-  std::vector<float2> uv;       ///< per vertex texture coordinates once textured
+  /// Per vertex texture coordinates once textured: (column, row) over the texture's width and
+  /// height, with the origin at the texture's first row (files store v = 1 - row).
+  std::vector<float2> uv;
   float3 barycenter;
   uint64_t timestamp_ns = 0;      ///< last change
   bool has_been_updated = false;  ///< changed since the holder's previous retrieval

@@ -183,7 +183,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
 
   {
     std::lock_guard<std::mutex> lock(in->recording_mutex);
-    if (in->recorder && in->recorder->write(in->raw, int64_t(timestamp_ns)) != ERROR_CODE::SUCCESS) {
+    if (in->recorder && in->raw.channels() == 4) cv::cvtColor(in->raw, in->raw_bgr, cv::COLOR_BGRA2BGR);
+    const cv::Mat& raw_bgr = in->raw.channels() == 4 ? in->raw_bgr : in->raw;
+    if (in->recorder && in->recorder->write(raw_bgr, int64_t(timestamp_ns)) != ERROR_CODE::SUCCESS) {
       const std::string why = lastErrorDetail().str();
       in->recorder->close();
       in->recorder.reset();
@@ -192,9 +194,7 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   }
 
   internal::FrameData& f = s.frame;
-  in->rectifier.apply(in->raw, f.left_bgr, f.right_bgr);
-  cv::cvtColor(f.left_bgr, f.left_gray, cv::COLOR_BGR2GRAY);
-  cv::cvtColor(f.right_bgr, f.right_gray, cv::COLOR_BGR2GRAY);
+  in->rectifier.apply(in->raw, f.left_bgr, f.right_bgr, f.left_gray, f.right_gray);
   f.timestamp_ns = timestamp_ns;
   f.index = index;
   f.valid = true;
@@ -202,7 +202,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   const auto now = std::chrono::steady_clock::now();
   if (in->last_grab != std::chrono::steady_clock::time_point()) {
     const double dt = std::chrono::duration<double>(now - in->last_grab).count();
-    if (dt > 0) in->fps = float(in->fps > 0 ? 0.9 * in->fps + 0.1 / dt : 1.0 / dt);
+    // Smoothed frame interval; its inverse is the rate.
+    in->mean_interval_s = in->mean_interval_s > 0 ? 0.9 * in->mean_interval_s + 0.1 * dt : dt;
+    if (in->mean_interval_s > 0) in->fps = float(1.0 / in->mean_interval_s);
   }
   in->last_grab = now;
 

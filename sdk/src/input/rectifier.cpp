@@ -66,10 +66,21 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
   return ERROR_CODE::SUCCESS;
 }
 
-void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right) const {
+void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right, cv::Mat& left_gray, cv::Mat& right_gray) {
   const int w = rectified_.size.width;
-  cv::remap(sbs(cv::Rect(0, 0, w, sbs.rows)), left, map_left_[0], map_left_[1], cv::INTER_LINEAR);
-  cv::remap(sbs(cv::Rect(w, 0, w, sbs.rows)), right, map_right_[0], map_right_[1], cv::INTER_LINEAR);
+  cv::Mat* out[2] = {&left, &right};
+  cv::Mat* gray[2] = {&left_gray, &right_gray};
+  const cv::Mat* maps[2] = {map_left_, map_right_};
+  for (int eye = 0; eye < 2; ++eye) {
+    const cv::Mat half = sbs(cv::Rect(eye * w, 0, w, sbs.rows));
+    if (sbs.channels() == 4) {
+      cv::remap(half, scratch_[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
+      cv::cvtColor(scratch_[eye], *out[eye], cv::COLOR_BGRA2BGR);
+    } else {
+      cv::remap(half, *out[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
+    }
+    cv::cvtColor(*out[eye], *gray[eye], cv::COLOR_BGR2GRAY);
+  }
 }
 
 CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {
@@ -86,9 +97,14 @@ CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {
     fillFov(*eyes[i]);
   }
   p.baseline_m = float(std::sqrt(c.T[0] * c.T[0] + c.T[1] * c.T[1] + c.T[2] * c.T[2]));
+  // The right eye's orientation and position in the left eye's frame: R^T and -R^T * T.
+  double position[3] = {0, 0, 0};
   for (int r = 0; r < 3; ++r)
-    for (int k = 0; k < 3; ++k) p.stereo_rotation(r, k) = float(c.R[size_t(3 * r + k)]);
-  p.stereo_translation = Translation(float(c.T[0]), float(c.T[1]), float(c.T[2]));
+    for (int k = 0; k < 3; ++k) {
+      p.stereo_rotation(r, k) = float(c.R[size_t(3 * k + r)]);
+      position[r] -= c.R[size_t(3 * k + r)] * c.T[size_t(k)];
+    }
+  p.stereo_translation = Translation(float(position[0]), float(position[1]), float(position[2]));
   return p;
 }
 
@@ -103,7 +119,7 @@ CalibrationParameters toCalibrationParameters(const RectifiedCalibration& r) {
     fillFov(*e);
   }
   p.baseline_m = float(r.baseline_m);
-  p.stereo_translation = Translation(-float(r.baseline_m), 0, 0);
+  p.stereo_translation = Translation(float(r.baseline_m), 0, 0);  // right eye at +x
   return p;
 }
 

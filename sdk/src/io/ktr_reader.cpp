@@ -34,6 +34,7 @@ struct KtrReader::Impl {
   int next = 0;          // frame the next read returns
   int decoder_next = 0;  // frame the decoder yields next when fed from where it stands
   bool demux_eof = false;
+  bool bgra = false;
 
   void release() {
     sws_freeContext(sws);
@@ -106,6 +107,7 @@ int KtrReader::frameCount() const { return int(impl_->index.size()); }
 int KtrReader::taggedFrameCount() const { return impl_->tagged_count; }
 int KtrReader::position() const { return impl_->next; }
 std::string KtrReader::codecName() const { return impl_->dec ? std::string(impl_->dec->codec->name) : std::string(); }
+void KtrReader::setBgraOutput(bool bgra) { impl_->bgra = bgra; }
 void KtrReader::seek(int index) { impl_->next = std::clamp(index, 0, frameCount()); }
 
 ERROR_CODE KtrReader::open(const std::string& path) {
@@ -155,7 +157,7 @@ ERROR_CODE KtrReader::open(const std::string& path) {
   if (err != ERROR_CODE::SUCCESS) {
     const std::string why = lastErrorDetail().str();
     s.release();
-    return fail(err, path + ": " + why);
+    return fail(err, path + ": " + why.substr(why.find(": ") + 2));
   }
   const AVCodecParameters* par = s.fmt->streams[s.stream]->codecpar;
   if (par->width != 2 * s.metadata.width || par->height != s.metadata.height) {
@@ -240,9 +242,9 @@ ERROR_CODE KtrReader::read(cv::Mat& out, int64_t& timestamp_ns, int& index) {
     return fail(ERROR_CODE::CORRUPTED_FRAME, "frame " + std::to_string(target) + " is damaged");
   }
   s.sws = sws_getCachedContext(s.sws, f->width, f->height, AVPixelFormat(f->format), f->width, f->height,
-                               AV_PIX_FMT_BGR24, SWS_BILINEAR, nullptr, nullptr, nullptr);
+                               s.bgra ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24, SWS_BILINEAR, nullptr, nullptr, nullptr);
   if (!s.sws) return fail(ERROR_CODE::FAILURE, "cannot convert the decoded frame");
-  out.create(f->height, f->width, CV_8UC3);
+  out.create(f->height, f->width, s.bgra ? CV_8UC4 : CV_8UC3);
   uint8_t* dst[1] = {out.data};
   const int dst_stride[1] = {int(out.step)};
   sws_scale(s.sws, f->data, f->linesize, 0, f->height, dst, dst_stride);

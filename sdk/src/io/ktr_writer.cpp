@@ -50,6 +50,16 @@ const char* ktrCodecName(KTR_COMPRESSION_MODE mode) {
   }
 }
 
+bool ktrCompressionFromName(const std::string& name, KTR_COMPRESSION_MODE& mode) {
+  for (KTR_COMPRESSION_MODE m :
+       {KTR_COMPRESSION_MODE::H264, KTR_COMPRESSION_MODE::LOSSLESS, KTR_COMPRESSION_MODE::MJPEG})
+    if (name == ktrCodecName(m)) {
+      mode = m;
+      return true;
+    }
+  return false;
+}
+
 struct KtrWriter::Impl {
   std::string path;
   AVFormatContext* fmt = nullptr;

@@ -14,6 +14,7 @@
 
 #include "io/internal/obj.h"
 #include "mesh/internal/file_util.h"
+#include "mesh/internal/polygon.h"
 
 namespace pv::internal {
 namespace {
@@ -91,7 +92,7 @@ bool parseCorner(std::string_view w, int64_t nv, int64_t nvt, int64_t nvn, Corne
 
 unsigned char colorByte(float v) {
   if (!std::isfinite(v)) return 0;
-  return static_cast<unsigned char>(std::clamp(std::lround(v * 255.f), 0L, 255L));
+  return static_cast<unsigned char>(std::lround(std::clamp(v * 255.f, 0.f, 255.f)));
 }
 
 // `name` (with backslashes taken as separators) relative to `directory`; no disk access.
@@ -151,6 +152,8 @@ FileResult parseObj(const char* data, size_t size, const std::string& directory,
   int current_material = -1;
   bool any_color = false;
   std::vector<Corner> polygon;
+  std::vector<float3> polygon_positions;
+  std::vector<uint3> polygon_triangles;
   std::string_view w[16];
 
   size_t pos = 0;
@@ -229,10 +232,12 @@ FileResult parseObj(const char* data, size_t size, const std::string& directory,
         i = j;
       }
       if (polygon.size() < 3) return FileResult::failure("OBJ face with fewer than three vertices");
-      for (size_t k = 1; k + 1 < polygon.size(); ++k) {
-        corners.push_back(polygon[0]);
-        corners.push_back(polygon[k]);
-        corners.push_back(polygon[k + 1]);
+      polygon_positions.resize(polygon.size());
+      for (size_t k = 0; k < polygon.size(); ++k) polygon_positions[k] = positions[size_t(polygon[k].v)];
+      polygon_triangles.clear();
+      triangulatePolygon(polygon_positions, polygon_triangles);
+      for (const uint3& t : polygon_triangles) {
+        for (size_t k = 0; k < 3; ++k) corners.push_back(polygon[t[k]]);
         triangle_material.push_back(current_material);
       }
     } else if (key == "usemtl") {

@@ -5,9 +5,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "io/internal/ply.h"
 #include "mesh/internal/file_util.h"
+#include "mesh/internal/polygon.h"
 
 namespace pv::internal {
 namespace {
@@ -114,6 +116,8 @@ class DataCursor {
     return true;
   }
   size_t remaining() const { return size_t(end_ - p_); }
+  const char* position() const { return p_; }
+  void skip(size_t n) { p_ += std::min(n, remaining()); }
 
   // ASCII data holds one element entry per line; values a line carries beyond the header's
   // properties are ignored, as writers exist that add some.
@@ -157,7 +161,14 @@ unsigned char colorByte(double v, Type t) {
   if (!std::isfinite(v)) return 0;
   if (t == Type::F32 || t == Type::F64) v *= 255.0;
   if (t == Type::U16) v /= 257.0;
-  return static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
+  return static_cast<unsigned char>(std::lround(std::clamp(v, 0.0, 255.0)));
+}
+
+// Narrowing that saturates to infinity instead of leaving the float range (undefined behaviour).
+float toFloat(double v) {
+  if (v > double(std::numeric_limits<float>::max())) return std::numeric_limits<float>::infinity();
+  if (v < -double(std::numeric_limits<float>::max())) return -std::numeric_limits<float>::infinity();
+  return float(v);
 }
 
 struct Header {
@@ -268,6 +279,216 @@ FileResult assignRoles(Header& h) {
 
 bool isVertexRole(Role r) { return r != Role::SKIP && r != Role::FACE_INDICES; }
 
+// Reads the element data into a MeshData. Binary little-endian vertex records and triangle
+// lists take direct paths (the common layout of large files); everything else goes value by
+// value through the cursor.
+class BodyReader {
+ public:
+  BodyReader(const Header& h, const char* begin, const char* end, MeshData& out)
+      : h_(h), cursor_(begin, end, h.format), out_(out) {}
+
+  FileResult read() {
+    for (const Element& e : h_.elements) {
+      if (e.properties.empty()) continue;
+      size_t min_bytes = 0;
+      for (const Property& p : e.properties)
+        min_bytes += p.count_type == Type::NONE ? typeSize(p.type) : typeSize(p.count_type);
+      // Every entry takes at least one byte per value in binary and two in ASCII ("0 "), so a
+      // count that cannot fit in the rest of the file is refused before anything is allocated.
+      if (h_.format == Format::ASCII) min_bytes = e.properties.size() * 2;
+      if (e.count > (cursor_.remaining() + 1) / std::max<size_t>(min_bytes, 1))
+        return FileResult::failure("PLY element " + e.name + " has more entries than the file holds");
+      const bool is_vertex = prepareVertexArrays(e);
+      FileResult r;
+      const bool direct = h_.format == Format::BINARY_LE && hostIsLittleEndian();
+      if (direct && isTriangleList(e))
+        r = readTriangleListLE(e);
+      else if (direct && allScalar(e))
+        r = readScalarRecordsLE(e);
+      else
+        r = readGeneric(e);
+      if (!r.ok) return r;
+      vertices_read_ |= is_vertex;
+    }
+    return FileResult::success();
+  }
+
+ private:
+  static FileResult truncated(const Element& e) {
+    return FileResult::failure("PLY data ends early or has too few values in " + e.name);
+  }
+  static bool isTriangleList(const Element& e) {
+    const Property& p = e.properties[0];
+    return e.properties.size() == 1 && p.role == Role::FACE_INDICES && p.count_type == Type::U8 &&
+           (p.type == Type::I32 || p.type == Type::U32);
+  }
+  static bool hostIsLittleEndian() {
+    const uint16_t one = 1;
+    unsigned char b;
+    std::memcpy(&b, &one, 1);
+    return b == 1;
+  }
+  static bool allScalar(const Element& e) {
+    for (const Property& p : e.properties)
+      if (p.count_type != Type::NONE) return false;
+    return true;
+  }
+
+  bool prepareVertexArrays(const Element& e) {
+    bool is_vertex = false;
+    for (const Property& p : e.properties) {
+      is_vertex |= isVertexRole(p.role);
+      have_normals_ |= p.role == Role::NX || p.role == Role::NY || p.role == Role::NZ;
+      have_colors_ |= p.role == Role::RED || p.role == Role::GREEN || p.role == Role::BLUE;
+      have_uv_ |= p.role == Role::U || p.role == Role::V;
+    }
+    if (is_vertex) {
+      out_.positions.resize(e.count);
+      if (have_normals_) out_.normals.resize(e.count);
+      if (have_colors_) out_.colors.resize(e.count);
+      if (have_uv_) out_.uv.resize(e.count);
+    }
+    return is_vertex;
+  }
+
+  void store(size_t i, const Property& p, double v) {
+    switch (p.role) {
+      case Role::X: out_.positions[i].x = toFloat(v); break;
+      case Role::Y: out_.positions[i].y = toFloat(v); break;
+      case Role::Z: out_.positions[i].z = toFloat(v); break;
+      case Role::NX: out_.normals[i].x = toFloat(v); break;
+      case Role::NY: out_.normals[i].y = toFloat(v); break;
+      case Role::NZ: out_.normals[i].z = toFloat(v); break;
+      case Role::RED: out_.colors[i].x = colorByte(v, p.type); break;
+      case Role::GREEN: out_.colors[i].y = colorByte(v, p.type); break;
+      case Role::BLUE: out_.colors[i].z = colorByte(v, p.type); break;
+      case Role::U: out_.uv[i].x = toFloat(v); break;
+      case Role::V: out_.uv[i].y = 1.f - toFloat(v); break;
+      default: break;
+    }
+  }
+
+  // The `count` indices in polygon_ as triangles: clipped in their plane once the vertices are
+  // known, else fanned.
+  FileResult addPolygon(size_t count) {
+    if (count < 3) return FileResult::failure("PLY face with fewer than three vertices");
+    if (count == 3) {
+      out_.triangles.push_back({polygon_[0], polygon_[1], polygon_[2]});
+      return FileResult::success();
+    }
+    corner_positions_.clear();
+    for (size_t k = 0; k < count && vertices_read_; ++k)
+      if (polygon_[k] < out_.positions.size()) corner_positions_.push_back(out_.positions[polygon_[k]]);
+    local_.clear();
+    if (corner_positions_.size() == count)
+      triangulatePolygon(corner_positions_, local_);
+    else
+      for (unsigned k = 1; k + 1 < count; ++k) local_.push_back({0u, k, k + 1});
+    for (const uint3& t : local_) out_.triangles.push_back({polygon_[t.x], polygon_[t.y], polygon_[t.z]});
+    return FileResult::success();
+  }
+
+  FileResult readGeneric(const Element& e) {
+    for (uint64_t i = 0; i < e.count; ++i) {
+      if (!cursor_.startRecord()) return truncated(e);
+      for (const Property& p : e.properties) {
+        double v = 0;
+        if (p.count_type == Type::NONE) {
+          if (!cursor_.read(p.type, v)) return truncated(e);
+          store(i, p, v);
+          continue;
+        }
+        double count_value = 0;
+        if (!cursor_.read(p.count_type, count_value)) return truncated(e);
+        if (!(count_value >= 0) || count_value != std::floor(count_value) || count_value > 1e6)
+          return FileResult::failure("bad PLY list length in " + e.name);
+        const size_t count = size_t(count_value);
+        if (p.role == Role::FACE_INDICES) polygon_.resize(count);
+        for (size_t k = 0; k < count; ++k) {
+          if (!cursor_.read(p.type, v)) return truncated(e);
+          if (p.role != Role::FACE_INDICES) continue;
+          if (!(v >= 0) || v > 4294967295.0 || v != std::floor(v))
+            return FileResult::failure("PLY face index out of range");
+          polygon_[k] = unsigned(v);
+        }
+        if (p.role == Role::FACE_INDICES) {
+          const FileResult r = addPolygon(count);
+          if (!r.ok) return r;
+        }
+      }
+      cursor_.endRecord();
+    }
+    return FileResult::success();
+  }
+
+  FileResult readTriangleListLE(const Element& e) {
+    const bool is_signed = e.properties[0].type == Type::I32;
+    const char* p = cursor_.position();
+    const char* end = p + cursor_.remaining();
+    out_.triangles.reserve(out_.triangles.size() + e.count);
+    for (uint64_t i = 0; i < e.count; ++i) {
+      if (p == end) return truncated(e);
+      const size_t count = static_cast<unsigned char>(*p++);
+      if (count < 3) return FileResult::failure("PLY face with fewer than three vertices");
+      if (size_t(end - p) < count * 4) return truncated(e);
+      polygon_.resize(count);
+      std::memcpy(polygon_.data(), p, count * 4);
+      p += count * 4;
+      if (is_signed)
+        for (size_t k = 0; k < count; ++k)
+          if (polygon_[k] > 0x7fffffffu) return FileResult::failure("PLY face index out of range");
+      const FileResult r = addPolygon(count);
+      if (!r.ok) return r;
+    }
+    cursor_.skip(size_t(p - cursor_.position()));
+    return FileResult::success();
+  }
+
+  FileResult readScalarRecordsLE(const Element& e) {
+    size_t record = 0;
+    std::vector<std::pair<size_t, const Property*>> used;  // offset in the record, property
+    for (const Property& p : e.properties) {
+      if (p.role != Role::SKIP) used.emplace_back(record, &p);
+      record += typeSize(p.type);
+    }
+    if (cursor_.remaining() / std::max<size_t>(record, 1) < e.count) return truncated(e);
+    const char* base = cursor_.position();
+    for (uint64_t i = 0; i < e.count; ++i, base += record)
+      for (const auto& [offset, p] : used) store(i, *p, scalarLE(base + offset, p->type));
+    cursor_.skip(record * e.count);
+    return FileResult::success();
+  }
+
+  static double scalarLE(const char* b, Type t) {
+    switch (t) {
+      case Type::I8: return double(int8_t(*b));
+      case Type::U8: return double(static_cast<unsigned char>(*b));
+      case Type::I16: return double(load<int16_t>(b));
+      case Type::U16: return double(load<uint16_t>(b));
+      case Type::I32: return double(load<int32_t>(b));
+      case Type::U32: return double(load<uint32_t>(b));
+      case Type::F32: return double(load<float>(b));
+      case Type::F64: return load<double>(b);
+      case Type::NONE: break;
+    }
+    return 0;
+  }
+  template <typename T>
+  static T load(const char* b) {
+    T v;
+    std::memcpy(&v, b, sizeof(T));
+    return v;
+  }
+
+  const Header& h_;
+  DataCursor cursor_;
+  MeshData& out_;
+  bool have_normals_ = false, have_colors_ = false, have_uv_ = false, vertices_read_ = false;
+  std::vector<unsigned> polygon_;
+  std::vector<float3> corner_positions_;
+  std::vector<uint3> local_;
+};
+
 }  // namespace
 
 FileResult parsePly(const char* data, size_t size, MeshData& out) {
@@ -275,79 +496,8 @@ FileResult parsePly(const char* data, size_t size, MeshData& out) {
   Header h;
   FileResult r = parseHeader(data, size, h);
   if (r.ok) r = assignRoles(h);
+  if (r.ok) r = BodyReader(h, data + h.data_offset, data + size, out).read();
   if (!r.ok) return r;
-
-  DataCursor cursor(data + h.data_offset, data + size, h.format);
-  // Every instance takes at least one byte per value in binary and two in ASCII ("0 "), so a
-  // count that cannot fit in the rest of the file is refused before anything is allocated.
-  const size_t bytes_per_value = h.format == Format::ASCII ? 2 : 1;
-  bool have_normals = false, have_colors = false, have_uv = false;
-  std::vector<unsigned> polygon;
-  for (const Element& e : h.elements) {
-    if (e.properties.empty()) continue;
-    size_t min_bytes = 0;
-    for (const Property& p : e.properties)
-      min_bytes += p.count_type == Type::NONE ? typeSize(p.type) : typeSize(p.count_type);
-    if (h.format == Format::ASCII) min_bytes = e.properties.size() * bytes_per_value;
-    if (e.count > (cursor.remaining() + 1) / std::max<size_t>(min_bytes, 1))
-      return FileResult::failure("PLY element " + e.name + " has more entries than the file holds");
-
-    bool is_vertex = false;
-    for (const Property& p : e.properties) {
-      is_vertex |= isVertexRole(p.role);
-      have_normals |= p.role == Role::NX;
-      have_colors |= p.role == Role::RED;
-      have_uv |= p.role == Role::U;
-    }
-    if (is_vertex) {
-      out.positions.resize(e.count);
-      if (have_normals) out.normals.resize(e.count);
-      if (have_colors) out.colors.resize(e.count);
-      if (have_uv) out.uv.resize(e.count);
-    }
-    for (uint64_t i = 0; i < e.count; ++i) {
-      if (!cursor.startRecord()) return FileResult::failure("PLY data truncated in " + e.name);
-      for (const Property& p : e.properties) {
-        double v = 0;
-        if (p.count_type != Type::NONE) {
-          double count_value = 0;
-          if (!cursor.read(p.count_type, count_value)) return FileResult::failure("PLY data truncated in " + e.name);
-          if (!(count_value >= 0) || count_value != std::floor(count_value) || count_value > 1e6)
-            return FileResult::failure("bad PLY list length in " + e.name);
-          const size_t count = size_t(count_value);
-          if (p.role == Role::FACE_INDICES) polygon.resize(count);
-          for (size_t k = 0; k < count; ++k) {
-            if (!cursor.read(p.type, v)) return FileResult::failure("PLY data truncated in " + e.name);
-            if (p.role != Role::FACE_INDICES) continue;
-            if (!(v >= 0) || v > 4294967295.0 || v != std::floor(v))
-              return FileResult::failure("PLY face index out of range");
-            polygon[k] = unsigned(v);
-          }
-          if (p.role == Role::FACE_INDICES) {
-            if (count < 3) return FileResult::failure("PLY face with fewer than three vertices");
-            for (size_t k = 1; k + 1 < count; ++k) out.triangles.push_back({polygon[0], polygon[k], polygon[k + 1]});
-          }
-          continue;
-        }
-        if (!cursor.read(p.type, v)) return FileResult::failure("PLY data truncated in " + e.name);
-        switch (p.role) {
-          case Role::X: out.positions[i].x = float(v); break;
-          case Role::Y: out.positions[i].y = float(v); break;
-          case Role::Z: out.positions[i].z = float(v); break;
-          case Role::NX: out.normals[i].x = float(v); break;
-          case Role::NY: out.normals[i].y = float(v); break;
-          case Role::NZ: out.normals[i].z = float(v); break;
-          case Role::RED: out.colors[i].x = colorByte(v, p.type); break;
-          case Role::GREEN: out.colors[i].y = colorByte(v, p.type); break;
-          case Role::BLUE: out.colors[i].z = colorByte(v, p.type); break;
-          case Role::U: out.uv[i].x = float(v); break;
-          case Role::V: out.uv[i].y = 1.f - float(v); break;
-          default: break;
-        }
-      }
-      cursor.endRecord();
-    }
-  }
   for (const float3& p : out.positions)
     if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
       return FileResult::failure("PLY vertex with a non-finite coordinate");

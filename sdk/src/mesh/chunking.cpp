@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <limits>
 
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+
 #include "mesh/internal/chunking.h"
 
 namespace pv::internal {
@@ -103,40 +106,49 @@ void buildMeshChunks(Mesh& mesh, size_t max_triangles) {
   bounds(mesh.vertices.data(), mesh.vertices.size(), 3, lo, hi);
   const MortonGrid grid(lo, hi, nt, max_triangles);
   std::vector<uint32_t> cell(nt);
-  for (size_t t = 0; t < nt; ++t) {
-    const uint3& tri = mesh.triangles[t];
-    cell[t] = grid.cellOf((mesh.vertices[tri.x] + mesh.vertices[tri.y] + mesh.vertices[tri.z]) / 3.f);
-  }
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, nt, 1 << 14), [&](const tbb::blocked_range<size_t>& r) {
+    for (size_t t = r.begin(); t < r.end(); ++t) {
+      const uint3& tri = mesh.triangles[t];
+      cell[t] = grid.cellOf((mesh.vertices[tri.x] + mesh.vertices[tri.y] + mesh.vertices[tri.z]) / 3.f);
+    }
+  });
   std::vector<uint32_t> order;
   const std::vector<size_t> cuts = groupByCell(cell, max_triangles, order);
 
   const uint64_t stamp = nowNs();
   const uint32_t none = std::numeric_limits<uint32_t>::max();
-  std::vector<uint32_t> owner(mesh.vertices.size(), none), local(mesh.vertices.size(), 0);
+  // Per thread: the chunk that last copied each vertex, and the copy's index in that chunk.
+  struct Marks {
+    std::vector<uint32_t> owner, local;
+  };
+  tbb::enumerable_thread_specific<Marks> marks([&] {
+    return Marks{std::vector<uint32_t>(mesh.vertices.size(), none), std::vector<uint32_t>(mesh.vertices.size(), 0)};
+  });
   mesh.chunks.resize(cuts.size() - 1);
-  for (size_t c = 0; c + 1 < cuts.size(); ++c) {
+  tbb::parallel_for(size_t(0), cuts.size() - 1, [&](size_t c) {
+    Marks& m = marks.local();
     Chunk& chunk = mesh.chunks[c];
     chunk.triangles.reserve(cuts[c + 1] - cuts[c]);
     for (size_t k = cuts[c]; k < cuts[c + 1]; ++k) {
       uint3 tri = mesh.triangles[order[k]];
       for (size_t a = 0; a < 3; ++a) {
         const uint32_t v = tri[a];
-        if (owner[v] != c) {
-          owner[v] = uint32_t(c);
-          local[v] = uint32_t(chunk.vertices.size());
+        if (m.owner[v] != c) {
+          m.owner[v] = uint32_t(c);
+          m.local[v] = uint32_t(chunk.vertices.size());
           chunk.vertices.push_back(mesh.vertices[v]);
           if (!mesh.normals.empty()) chunk.normals.push_back(mesh.normals[v]);
           if (!mesh.colors.empty()) chunk.colors.push_back(mesh.colors[v]);
           if (!mesh.uv.empty()) chunk.uv.push_back(mesh.uv[v]);
         }
-        tri[a] = local[v];
+        tri[a] = m.local[v];
       }
       chunk.triangles.push_back(tri);
     }
     chunk.barycenter = mean(chunk.vertices);
     chunk.timestamp_ns = stamp;
     chunk.has_been_updated = true;
-  }
+  });
 }
 
 void buildPointCloudChunks(FusedPointCloud& cloud, size_t max_points) {

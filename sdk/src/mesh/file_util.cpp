@@ -38,6 +38,14 @@ bool readWholeFile(const std::string& path, std::string& bytes) {
   std::FILE* f = std::fopen(path.c_str(), "rb");
   if (!f) return false;
   bytes.clear();
+  // One read of the whole size when it is known (regular files), else chunk by chunk.
+  if (std::fseek(f, 0, SEEK_END) == 0) {
+    const long size = std::ftell(f);
+    if (size > 0 && std::fseek(f, 0, SEEK_SET) == 0) {
+      bytes.resize(size_t(size));
+      bytes.resize(std::fread(bytes.data(), 1, bytes.size(), f));
+    }
+  }
   char buffer[1 << 16];
   size_t n;
   while ((n = std::fread(buffer, 1, sizeof(buffer), f)) > 0) bytes.append(buffer, n);

@@ -1,5 +1,6 @@
 #include "synth/internal/scene.h"
 
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
 #include <opencv2/core.hpp>
@@ -265,7 +266,11 @@ Eigen::Vector3f Scene::shade(const Eigen::Vector3f& point, const Hit& hit) const
   const Material& m = materials_[size_t(hit.material)];
   const Eigen::Vector3f q = point * m.frequency;
   const float coarse = fractalNoise(q, m.seed);
-  const float fine = valueNoise(q.x() * 7.3f, q.y() * 7.3f, q.z() * 7.3f, m.seed ^ 0x5bd1e995u);
+  // The fine lattice is turned off the world axes so that walls show no square cells.
+  static const Eigen::Matrix3f kTurn =
+      (Eigen::AngleAxisf(0.61f, Eigen::Vector3f(0.3f, 0.8f, 0.5f).normalized()).toRotationMatrix() * 7.3f);
+  const Eigen::Vector3f r = kTurn * q;
+  const float fine = valueNoise(r.x(), r.y(), r.z(), m.seed ^ 0x5bd1e995u);
   const float mix = std::clamp(1.3f * (coarse - 0.5f) + 0.5f + 0.8f * (fine - 0.5f), 0.f, 1.f);
   const float light = 0.5f + 0.5f * std::max(0.f, hit.normal.dot(light_dir_));
   return (m.color_a + (m.color_b - m.color_a) * mix) * light;

@@ -17,8 +17,7 @@ int runInfo(int argc, char** argv) {
   const std::string path = args.positional()[0];
   pv::internal::KtrReader reader;
   const pv::ERROR_CODE err = reader.open(path);
-  if (err != pv::ERROR_CODE::SUCCESS)
-    return pavo::failure(kName, std::string(pv::toString(err).c_str()) + ": " + pv::lastErrorDetail().c_str());
+  if (err != pv::ERROR_CODE::SUCCESS) return pavo::failure(kName, pv::lastErrorDetail().c_str());
   const pv::internal::KtrMetadata& m = reader.metadata();
   const pv::internal::StereoCalibration& c = m.calibration;
   const int tagged = reader.taggedFrameCount();

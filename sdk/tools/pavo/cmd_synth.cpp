@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "command.h"
+#include "io/internal/ktr_file.h"
 #include "synth/internal/synth.h"
 
 namespace {
@@ -41,14 +42,7 @@ int runSynth(int argc, char** argv) {
     o.resolution = pv::RESOLUTION::VGA;
   else
     return pavo::usageError(kName, "--resolution must be HD720 or VGA");
-  const std::string codec = args.get("codec", "h264");
-  if (codec == "h264")
-    o.codec = pv::KTR_COMPRESSION_MODE::H264;
-  else if (codec == "ffv1")
-    o.codec = pv::KTR_COMPRESSION_MODE::LOSSLESS;
-  else if (codec == "mjpeg")
-    o.codec = pv::KTR_COMPRESSION_MODE::MJPEG;
-  else
+  if (!pv::internal::ktrCompressionFromName(args.get("codec", "h264"), o.codec))
     return pavo::usageError(kName, "--codec must be h264, ffv1 or mjpeg");
   o.gt_depth = args.has("gt-depth");
 
@@ -57,10 +51,9 @@ int runSynth(int argc, char** argv) {
     if (done % 10 == 0 || done == total) std::cerr << "\rframe " << done << "/" << total << std::flush;
   });
   std::cerr << "\n";
-  if (err != pv::ERROR_CODE::SUCCESS)
-    return pavo::failure(kName, std::string(pv::toString(err).c_str()) + ": " + pv::lastErrorDetail().c_str());
+  if (err != pv::ERROR_CODE::SUCCESS) return pavo::failure(kName, pv::lastErrorDetail().c_str());
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const std::string stem = pv::internal::synth::sideFileStem(out);
+  const std::string stem = pv::internal::sideFileStem(out);
   std::cout << "wrote " << out << " (" << o.frames << " frames, " << o.frames / seconds << " frames/s), " << stem
             << ".gt.txt, " << stem << ".gt.ply" << (o.gt_depth ? ", " + stem + ".gt-depth/" : std::string()) << "\n";
   return 0;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <opencv2/imgproc.hpp>
 #include <thread>
 
@@ -39,6 +40,9 @@ TEST(CameraRecording, OpensAndDescribesTheRecording) {
   EXPECT_NEAR(rect.left_cam.fx, 350.f, 20.f);
   EXPECT_EQ(rect.left_cam.disto[0], 0.0);
   EXPECT_NE(raw.left_cam.disto[0], 0.0);
+  EXPECT_NEAR(rect.stereo_translation.x, 0.12f, 0.002f);  // the right eye sits at +x
+  EXPECT_NEAR(raw.stereo_translation.x, 0.12f, 0.002f);
+  EXPECT_NEAR(raw.stereo_rotation(0, 0), 1.f, 1e-4f);
   EXPECT_FLOAT_EQ(raw.left_cam.fx, 350.f);
   const CameraInformation half = camera.getCameraInformation(Resolution(320, 180));
   EXPECT_NEAR(half.camera_configuration.calibration_parameters.left_cam.fx, rect.left_cam.fx / 2, 1e-3);
@@ -218,6 +222,20 @@ TEST(CameraRecording, BadInputsFailWithTheirCodesAndLeaveNothingOpen) {
   p.camera_resolution = RESOLUTION::HD720;
   ASSERT_EQ(camera.open(p), ERROR_CODE::SUCCESS);
   EXPECT_NE(camera.setCameraSettings(VIDEO_SETTINGS::GAIN, 50), ERROR_CODE::SUCCESS);
+}
+
+TEST(CameraRecording, RealTimeModeKeepsTheRecordedPace) {
+  InitParameters p = recordingParameters(test::smallRecording());
+  p.ktr_real_time_mode = true;
+  Camera camera;
+  ASSERT_EQ(camera.open(p), ERROR_CODE::SUCCESS);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
+  // Ten frames at 30 fps span 9 frame intervals; never played faster than recorded.
+  EXPECT_GE(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 9 / 30.0 - 0.01);
+  camera.setKTRPosition(0);
+  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);  // a seek restarts the pacing, no long wait
+  EXPECT_EQ(camera.state()->frame.index, 0);
 }
 
 TEST(CameraRecording, RecordingAgainWritesAPlayableCopy) {

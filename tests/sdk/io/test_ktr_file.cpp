@@ -129,6 +129,16 @@ TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
     EXPECT_EQ(cv::norm(frame, makeFrame(i), cv::NORM_INF), 0) << "frame " << i;
   }
   EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
+
+  // A recording stopped by a crash never had its count written: the tag still says so.
+  std::string crashed = bytes.substr(0, bytes.size() * 6 / 10);
+  const size_t tag = crashed.find("0000000040");
+  ASSERT_NE(tag, std::string::npos);
+  crashed.replace(tag, 10, "unfinished");
+  writeBytes(path + ".crashed.ktr", crashed);
+  ASSERT_EQ(reader.open(path + ".crashed.ktr"), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  EXPECT_EQ(reader.taggedFrameCount(), -1);
+  EXPECT_GT(reader.frameCount(), 10);
 }
 
 TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
@@ -198,6 +208,14 @@ TEST(KtrFile, WriterRefusesBadFramesAndPaths) {
   EXPECT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/x.ktr", odd),
             ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
   EXPECT_NE(writer.open("/nonexistent-dir/x.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
+  // A full disk: the header or the frames cannot be written; no crash, an error code.
+  if (writer.open("/dev/full", smallMetadata()) == ERROR_CODE::SUCCESS) {
+    ERROR_CODE err = ERROR_CODE::SUCCESS;
+    for (int i = 0; i < 50 && err == ERROR_CODE::SUCCESS; ++i) err = writer.write(makeFrame(i), int64_t(i) * 40000000);
+    if (err == ERROR_CODE::SUCCESS) err = writer.close();
+    EXPECT_NE(err, ERROR_CODE::SUCCESS);
+    writer.close();
+  }
   ASSERT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/y.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
   EXPECT_EQ(writer.write(cv::Mat(10, 10, CV_8UC3), 0), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
   EXPECT_EQ(writer.close(), ERROR_CODE::SUCCESS);

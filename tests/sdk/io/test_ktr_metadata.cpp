@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <opencv2/core.hpp>
 
 #include "io/internal/ktr_metadata.h"
 #include "test_utils.h"
@@ -75,6 +76,40 @@ TEST(CalibrationYaml, RoundTripAndBadFiles) {
   std::ofstream(dir + "/junk.yml") << "\x01\x02 not yaml {{{";
   const ERROR_CODE junk = readCalibrationYaml(dir + "/junk.yml", back);
   EXPECT_TRUE(junk == ERROR_CODE::INVALID_CALIBRATION_FILE || junk == ERROR_CODE::CALIBRATION_FILE_NOT_AVAILABLE);
+}
+
+}  // namespace
+}  // namespace pv::internal
+
+namespace pv::internal {
+namespace {
+
+// The same property the fuzz target checks, on mutations of a valid document.
+TEST(KtrMetadata, MutatedDocumentsNeverCrashTheParser) {
+  const std::string valid = writeKtrMetadata(sample());
+  cv::RNG rng(12);
+  int accepted = 0;
+  for (int i = 0; i < 3000; ++i) {
+    std::string text = valid;
+    const int edits = 1 + int(rng.uniform(0, 4));
+    for (int e = 0; e < edits; ++e) {
+      const size_t at = size_t(rng.uniform(0, int(text.size())));
+      switch (rng.uniform(0, 3)) {
+        case 0: text[at] = char(rng.uniform(0, 256)); break;
+        case 1: text.erase(at, size_t(rng.uniform(1, 20))); break;
+        default: text.insert(at, 1, "{}[]\",:0e-"[rng.uniform(0, 10)]);
+      }
+    }
+    KtrMetadata out;
+    const ERROR_CODE err = parseKtrMetadata(text, out);
+    ASSERT_TRUE(err == ERROR_CODE::SUCCESS || err == ERROR_CODE::INVALID_KTR_FILE ||
+                err == ERROR_CODE::INVALID_CALIBRATION_FILE);
+    if (err == ERROR_CODE::SUCCESS) {
+      ++accepted;
+      EXPECT_TRUE(out.calibration.plausible());
+    }
+  }
+  EXPECT_GT(accepted, 0);
 }
 
 }  // namespace

@@ -136,8 +136,8 @@ TEST(Synth, WritesTheRecordingAndConsistentGroundTruth) {
 }
 
 TEST(Synth, SideFileStemDropsTheExtension) {
-  EXPECT_EQ(sideFileStem("/a/b/room.ktr"), "/a/b/room");
-  EXPECT_EQ(sideFileStem("room"), "room");
+  EXPECT_EQ(internal::sideFileStem("/a/b/room.ktr"), "/a/b/room");
+  EXPECT_EQ(internal::sideFileStem("room"), "room");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <Eigen/Core>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <opencv2/core.hpp>
@@ -66,6 +67,11 @@ struct CameraState {
   std::shared_ptr<DepthModule> depth_module;
   std::shared_ptr<TrackingModule> tracking_module;
   std::shared_ptr<MappingModule> mapping_module;
+
+  /// Optimised pose (IMAGE axes, metres) of a recording's frame by index, kept by a tracking pass
+  /// over it; set by the tracking module, read by mapping for the two-pass map types. Empty when
+  /// no such pass was made.
+  std::function<bool(int frame_index, Eigen::Matrix4f& T_world_camera)> refined_pose;
 
   /// Input behind the camera (recording, virtual or live); owned by core/camera.cpp.
   std::shared_ptr<void> input;

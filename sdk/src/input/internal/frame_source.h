@@ -40,7 +40,8 @@ class FrameSource {
  public:
   virtual ~FrameSource() = default;
   virtual const SourceInfo& info() const = 0;
-  /// Next raw side-by-side CV_8UC3 BGR frame. Live sources block until a frame arrives.
+  /// Next raw side-by-side frame, CV_8UC3 BGR or CV_8UC4 BGRA. Live sources block until a frame
+  /// arrives.
   [[nodiscard]] virtual ERROR_CODE next(cv::Mat& side_by_side, uint64_t& timestamp_ns, int& index) = 0;
   /// Frame count of a recording; -1 for live sources.
   virtual int frameCount() const { return -1; }

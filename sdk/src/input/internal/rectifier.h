@@ -21,12 +21,14 @@ class Rectifier {
   const RectifiedCalibration& rectified() const { return rectified_; }
   /// Rotation from the raw left camera to the rectified left camera (3x3, CV_64F).
   const cv::Mat& leftRotation() const { return R1_; }
-  /// Splits a raw side-by-side CV_8UC3 frame and rectifies both halves.
-  void apply(const cv::Mat& side_by_side, cv::Mat& left, cv::Mat& right) const;
+  /// Splits a raw side-by-side frame (CV_8UC3 BGR or CV_8UC4 BGRA) and rectifies both halves
+  /// into CV_8UC3 BGR and CV_8UC1 grey images.
+  void apply(const cv::Mat& side_by_side, cv::Mat& left, cv::Mat& right, cv::Mat& left_gray, cv::Mat& right_gray);
 
  private:
   RectifiedCalibration rectified_;
   cv::Mat map_left_[2], map_right_[2], R1_;
+  cv::Mat scratch_[2];
 };
 
 /// The public description of a calibration (raw, with distortion) and of the rectified pair.

@@ -16,6 +16,8 @@ namespace pv::internal {
 
 /// Codec name in the file for a compression mode: "h264", "ffv1", "mjpeg".
 const char* ktrCodecName(KTR_COMPRESSION_MODE mode);
+/// The compression mode of a codec name ("h264", "ffv1", "mjpeg"); false for another name.
+bool ktrCompressionFromName(const std::string& name, KTR_COMPRESSION_MODE& mode);
 
 /// Appends frames to a new KTR file. Not thread safe.
 class KtrWriter {
@@ -67,8 +69,10 @@ class KtrReader {
   int position() const;
   /// The next read returns frame `index` (clamped to 0..frameCount()).
   void seek(int index);
-  /// Decodes the next frame as a side-by-side CV_8UC3 BGR image. END_OF_KTR_FILE_REACHED after
-  /// the last frame; CORRUPTED_FRAME when it cannot be decoded (the position still advances).
+  /// Hands frames out as CV_8UC4 BGRA instead of CV_8UC3 BGR (faster to rectify).
+  void setBgraOutput(bool bgra);
+  /// Decodes the next frame as a side-by-side CV_8UC3 BGR image (or BGRA, see setBgraOutput). END_OF_KTR_FILE_REACHED
+  /// after the last frame; CORRUPTED_FRAME when it cannot be decoded (the position still advances).
   [[nodiscard]] ERROR_CODE read(cv::Mat& side_by_side_bgr, int64_t& timestamp_ns, int& index);
 
  private:

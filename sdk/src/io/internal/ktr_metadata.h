@@ -15,10 +15,11 @@ struct EyeCalibration {
   std::array<double, 5> disto{};
 };
 
-/// Factory calibration of a stereo pair: right eye pose in the left eye's frame (IMAGE axes).
+/// Factory calibration of a stereo pair, OpenCV's convention: a point x_left in the left eye's
+/// frame (IMAGE axes) is x_right = R * x_left + T in the right eye's frame.
 struct StereoCalibration {
   EyeCalibration left, right;
-  std::array<double, 9> R{1, 0, 0, 0, 1, 0, 0, 0, 1};  ///< row-major rotation, right to left
+  std::array<double, 9> R{1, 0, 0, 0, 1, 0, 0, 0, 1};  ///< row-major, left to right
   std::array<double, 3> T{0, 0, 0};                    ///< metres; x < 0 for a right eye at +x
   int width = 0, height = 0;                           ///< one eye, pixels
   /// True when the numbers can describe a camera (positive focal lengths, a baseline, a size).

@@ -24,6 +24,7 @@
 
 #include "core/internal/camera_state.h"
 #include "io/internal/ktr_metadata.h"
+#include "io/internal/ktr_side_files.h"
 #include "synth/internal/scene.h"
 
 namespace pv::internal::synth {
@@ -82,14 +83,5 @@ using SynthProgress = std::function<void(int done, int total)>;
 /// <name>.gt-depth/. <name> is the path without its ".ktr" extension.
 [[nodiscard]] ERROR_CODE synthesize(const SynthOptions& options, const std::string& path,
                                     const SynthProgress& progress = nullptr);
-
-/// <name> of a recording path: the path without a trailing ".ktr".
-std::string sideFileStem(const std::string& path);
-/// Writes a TUM trajectory line per pose: "t tx ty tz qx qy qz qw" (seconds, metres).
-bool writeTumTrajectory(const std::string& path, const std::vector<int64_t>& timestamps_ns,
-                        const std::vector<Eigen::Matrix4d>& poses);
-/// Writes a binary little-endian PLY of a triangle mesh.
-bool writeSurfacePly(const std::string& path, const std::vector<Eigen::Vector3f>& vertices,
-                     const std::vector<Eigen::Vector3i>& triangles);
 
 }  // namespace pv::internal::synth

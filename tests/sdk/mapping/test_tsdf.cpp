@@ -1,0 +1,269 @@
+// The TSDF and its marching cubes against exact scenes rendered in the test.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "mapping/internal/marching_cubes.h"
+#include "mapping/internal/tsdf_volume.h"
+#include "render_scene.h"
+
+using namespace pv::internal;
+using mapura::test::lookAt;
+using mapura::test::PinholeCamera;
+using mapura::test::Scene;
+
+namespace {
+
+DepthFrame renderFrame(const Scene& scene, const PinholeCamera& cam, const Eigen::Matrix4f& T) {
+  DepthFrame f;
+  scene.render(cam, T, f.depth_m, f.bgr);
+  f.T_world_camera = T;
+  f.fx = cam.fx;
+  f.fy = cam.fy;
+  f.cx = cam.cx;
+  f.cy = cam.cy;
+  return f;
+}
+
+struct MeshAll {
+  std::vector<Eigen::Vector3f> vertices, normals;
+  std::vector<std::array<uint8_t, 3>> rgb;
+  size_t triangles = 0;
+  std::vector<ChunkMesh> chunks;
+};
+
+MeshAll meshAll(const TsdfVolume& volume) {
+  MeshAll all;
+  for (const ChunkInfo& info : volume.chunks()) {
+    ChunkMesh m;
+    meshChunk(volume, info, m);
+    for (const auto& t : m.triangles)
+      for (uint32_t id : t) EXPECT_LT(id, m.vertices.size());
+    all.vertices.insert(all.vertices.end(), m.vertices.begin(), m.vertices.end());
+    all.normals.insert(all.normals.end(), m.normals.begin(), m.normals.end());
+    all.rgb.insert(all.rgb.end(), m.rgb.begin(), m.rgb.end());
+    all.triangles += m.triangles.size();
+    all.chunks.push_back(std::move(m));
+  }
+  return all;
+}
+
+struct ErrorStats {
+  double mean = 0, max = 0, p95 = 0;
+};
+
+ErrorStats surfaceError(const Scene& scene, const std::vector<Eigen::Vector3f>& vertices) {
+  ErrorStats e;
+  std::vector<double> d;
+  for (const auto& v : vertices) d.push_back(scene.distance(v));
+  if (d.empty()) return e;
+  for (double x : d) e.mean += x / double(d.size());
+  std::sort(d.begin(), d.end());
+  e.max = d.back();
+  e.p95 = d[d.size() * 95 / 100];
+  return e;
+}
+
+}  // namespace
+
+TEST(MarchingCubesTable, EveryCaseClosesAroundItsCrossedEdges) {
+  const MarchingCubesTable& t = marchingCubesTable();
+  for (int config = 0; config < 256; ++config) {
+    std::set<int> crossed, used;
+    for (int e = 0; e < 12; ++e)
+      if (((config >> t.edge_corners[size_t(e)][0]) & 1) != ((config >> t.edge_corners[size_t(e)][1]) & 1))
+        crossed.insert(e);
+    std::map<std::pair<int, int>, int> directed;
+    for (const auto& tri : t.triangles[size_t(config)]) {
+      for (int n = 0; n < 3; ++n) {
+        used.insert(tri[size_t(n)]);
+        ++directed[{tri[size_t(n)], tri[size_t((n + 1) % 3)]}];
+      }
+    }
+    EXPECT_EQ(crossed, used) << "case " << config;
+    // Inside the cube, every edge of a triangle fan is shared with the opposite direction by
+    // its neighbour, or lies on the cube's faces (the loop); no directed edge twice.
+    for (const auto& [edge, count] : directed) EXPECT_EQ(count, 1) << "case " << config;
+  }
+}
+
+TEST(TsdfVolume, PlaneIsRecoveredWithinAFractionOfAVoxelAndFacesTheCamera) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f}, {30, 140, 220});
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  TsdfVolume volume(p);
+  for (int i = 0; i < 5; ++i) {
+    const Eigen::Vector3f eye(0.05f * float(i - 2), 0.02f * float(i % 2), 0.f);
+    volume.integrate(renderFrame(scene, cam, lookAt(eye, eye + Eigen::Vector3f(0.f, 0.f, 1.f))));
+  }
+  const MeshAll m = meshAll(volume);
+  ASSERT_GT(m.triangles, 1000u);
+  const ErrorStats e = surfaceError(scene, m.vertices);
+  EXPECT_LT(e.mean, 0.1 * p.voxel_m);
+  EXPECT_LT(e.max, 0.5 * p.voxel_m);
+  size_t facing = 0;
+  for (const auto& n : m.normals) facing += n.z() < -0.9f;
+  EXPECT_GT(double(facing) / double(m.normals.size()), 0.98);
+  // Fused colour: vertex colours are handed out red, green, blue.
+  size_t right_colour = 0;
+  for (const auto& c : m.rgb)
+    right_colour += std::abs(c[0] - 220) < 4 && std::abs(c[1] - 140) < 4 && std::abs(c[2] - 30) < 4;
+  EXPECT_GT(double(right_colour) / double(m.rgb.size()), 0.95);
+  // Covered area: the view's footprint at 2 m is about 2.6 m x 1.9 m.
+  double area = 0;
+  for (const ChunkMesh& c : m.chunks)
+    for (const auto& t : c.triangles)
+      area += 0.5 * double((c.vertices[t[1]] - c.vertices[t[0]]).cross(c.vertices[t[2]] - c.vertices[t[0]]).norm());
+  EXPECT_NEAR(area, 2.56 * 1.92, 0.6);
+}
+
+TEST(TsdfVolume, SphereAndBoxSeenFromAroundMatchTheirTrueSurface) {
+  for (int shape = 0; shape < 2; ++shape) {
+    Scene scene;
+    if (shape == 0)
+      scene.addSphere({0.f, 0.f, 0.f}, 0.5f);
+    else
+      scene.addBox({-0.4f, -0.3f, -0.35f}, {0.4f, 0.3f, 0.35f});
+    const PinholeCamera cam;
+    TsdfParameters p;
+    p.voxel_m = 0.01f;
+    TsdfVolume volume(p);
+    for (int i = 0; i < 12; ++i) {
+      const float a = float(i) * 0.5236f;
+      const Eigen::Vector3f eye(1.6f * std::cos(a), -0.5f + 0.1f * float(i % 3), 1.6f * std::sin(a));
+      volume.integrate(renderFrame(scene, cam, lookAt(eye, Eigen::Vector3f::Zero())));
+    }
+    const MeshAll m = meshAll(volume);
+    ASSERT_GT(m.triangles, 5000u) << "shape " << shape;
+    const ErrorStats e = surfaceError(scene, m.vertices);
+    EXPECT_LT(e.mean, 0.2 * p.voxel_m) << "shape " << shape;
+    EXPECT_LT(e.p95, 0.4 * p.voxel_m) << "shape " << shape;
+    // Box edges and corners are rounded by the volume's sampling; the sphere is smooth.
+    EXPECT_LT(e.max, (shape == 0 ? 0.6 : 2.5) * p.voxel_m) << "shape " << shape;
+    // Normals point out of the object.
+    size_t outward = 0;
+    for (size_t i = 0; i < m.vertices.size(); ++i) outward += m.normals[i].dot(m.vertices[i]) > 0.f;
+    EXPECT_GT(double(outward) / double(m.vertices.size()), 0.99) << "shape " << shape;
+    // Within each chunk, no edge is shared by more than two triangles.
+    for (const ChunkMesh& c : m.chunks) {
+      std::map<std::pair<uint32_t, uint32_t>, int> uses;
+      for (const auto& t : c.triangles)
+        for (int n = 0; n < 3; ++n) {
+          const uint32_t a = t[size_t(n)], b = t[size_t((n + 1) % 3)];
+          ++uses[{std::min(a, b), std::max(a, b)}];
+        }
+      for (const auto& [edge, count] : uses) ASSERT_LE(count, 2);
+    }
+  }
+}
+
+TEST(TsdfVolume, DepthBeyondTheRangeIsNotFused) {
+  Scene scene;
+  // Left half of the view: a wall at 1.5 m; right half: a wall at 4 m.
+  scene.addPlane({0.f, 0.f, 1.5f}, {0.f, 0.f, -1.f});
+  scene.addPlane({0.f, 0.f, 4.f}, {0.f, 0.f, -1.f});
+  scene.primitives[0].kind = mapura::test::Primitive::BOX;
+  scene.primitives[0].a = {-5.f, -5.f, 1.5f};
+  scene.primitives[0].b = {0.f, 5.f, 1.6f};
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.04f;
+  p.max_depth_m = 3.f;
+  TsdfVolume volume(p);
+  volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  const MeshAll m = meshAll(volume);
+  ASSERT_GT(m.triangles, 100u);
+  const float trunc_m = p.truncation_vox * p.voxel_m;
+  for (size_t b = 0; b < volume.blockCount(); ++b)
+    EXPECT_LE(float(volume.block(int(b)).key.z * kBlockSide) * p.voxel_m, p.max_depth_m + trunc_m);
+  for (const auto& v : m.vertices) EXPECT_LT(v.z(), 2.f);
+
+  p.max_depth_m = 5.f;
+  TsdfVolume wide(p);
+  wide.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  const MeshAll w = meshAll(wide);
+  EXPECT_TRUE(std::any_of(w.vertices.begin(), w.vertices.end(), [](const Eigen::Vector3f& v) { return v.z() > 3.9f; }));
+}
+
+TEST(TsdfVolume, BlockLimitStopsAllocationButKeepsFusingExistingBlocks) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  TsdfVolume volume(p);
+  volume.setMaxBlocks(20);
+  const IntegrationStats s = volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  EXPECT_EQ(volume.blockCount(), 20u);
+  EXPECT_GT(s.blocks_refused, 0);
+  EXPECT_EQ(s.blocks_updated, 20);
+  const IntegrationStats again = volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  EXPECT_EQ(volume.blockCount(), 20u);
+  EXPECT_EQ(again.blocks_updated, 20);
+  EXPECT_EQ(again.blocks_allocated, 0);
+  const MeshAll m = meshAll(volume);
+  EXPECT_LT(surfaceError(scene, m.vertices).max, 0.5 * p.voxel_m);
+}
+
+TEST(TsdfVolume, ChunksAreFixedCubesAndChangesMarkOnlyTheirChunks) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  PinholeCamera cam;
+  cam.fx = cam.fy = 600;  // narrow view: about 0.5 m wide at 2 m
+  TsdfParameters p;
+  p.voxel_m = 0.05f;
+  TsdfVolume volume(p);
+  EXPECT_EQ(volume.chunkBlocks(), 4);  // 1.6 m
+  const Eigen::Matrix4f left = lookAt({-3.f, 0.f, 0.f}, {-3.f, 0.f, 1.f});
+  const Eigen::Matrix4f right = lookAt({3.f, 0.f, 0.f}, {3.f, 0.f, 1.f});
+  volume.integrate(renderFrame(scene, cam, left));
+  const size_t after_left = volume.chunks().size();
+  for (auto& c : volume.chunks()) c.dirty = false;
+  volume.integrate(renderFrame(scene, cam, right));
+  ASSERT_GT(volume.chunks().size(), after_left);
+  for (size_t i = 0; i < volume.chunks().size(); ++i) {
+    const ChunkInfo& c = volume.chunks()[i];
+    EXPECT_EQ(c.dirty, i >= after_left) << i;
+    const float side = float(volume.chunkBlocks() * kBlockSide) * p.voxel_m;
+    for (int b : c.blocks) {
+      const auto& key = volume.block(b).key;
+      EXPECT_EQ(floorDiv(key.x, volume.chunkBlocks()), c.key.x);
+      EXPECT_EQ(floorDiv(key.z, volume.chunkBlocks()), c.key.z);
+    }
+    EXPECT_FLOAT_EQ(side, 1.6f);
+  }
+}
+
+TEST(TsdfVolume, MixedPixelsOnDepthEdgesAreNotFused) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 3.f}, {0.f, 0.f, -1.f});
+  scene.addBox({-5.f, -5.f, 1.5f}, {0.f, 5.f, 1.6f});  // left half of the view at 1.5 m
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  DepthFrame f = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  // A stereo matcher's edge fattening: pixels across the edge take depths between both sides.
+  for (int v = 0; v < f.depth_m.rows; ++v)
+    for (int u = 0; u < f.depth_m.cols - 1; ++u)
+      if (f.depth_m.at<float>(v, u) < 2.f && f.depth_m.at<float>(v, u + 1) > 2.f) {
+        f.depth_m.at<float>(v, u + 1) = 2.0f;
+        f.depth_m.at<float>(v, u + 2) = 2.5f;
+        break;
+      }
+  for (const float jump : {0.04f, 10.f}) {  // the default, and no edge test at all
+    p.edge_jump = jump;
+    TsdfVolume volume(p);
+    for (int i = 0; i < 3; ++i) volume.integrate(f);
+    const MeshAll m = meshAll(volume);
+    size_t between = 0;
+    for (const auto& v : m.vertices) between += scene.distance(v) > 2.f * p.voxel_m;
+    if (jump < 1.f)
+      EXPECT_EQ(between, 0u);
+    else
+      EXPECT_GT(between, 10u);  // the test can tell
+  }
+}
