@@ -54,6 +54,20 @@ int main(int argc, char** argv) {
               seq.size(), total_ms / double(seq.size()), worst_ms, engine.map().keyframes.size(),
               engine.map().landmarks.size(), engine.loopCount());
   mapura::bench::printTrajectoryErrors("live", live, seq.ground_truth);
+  // Drift without any alignment: motion from the first pose, estimated against true.
+  const auto pairs = associateByTime(live, seq.ground_truth, 0.02);
+  if (!pairs.empty()) {
+    const Eigen::Isometry3d e0 = live[pairs[0].first].T_world_camera,
+                            g0 = seq.ground_truth[pairs[0].second].T_world_camera;
+    double worst = 0, last = 0;
+    for (const auto& [i, j] : pairs) {
+      const Eigen::Vector3d de = (e0.inverse() * live[i].T_world_camera).translation();
+      const Eigen::Vector3d dg = (g0.inverse() * seq.ground_truth[j].T_world_camera).translation();
+      last = (de - dg).norm();
+      worst = std::max(worst, last);
+    }
+    std::printf("drift from the first pose: at the end %.4f m, largest %.4f m\n", last, worst);
+  }
   const auto t0 = std::chrono::steady_clock::now();
   engine.finalise();
   const double final_ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();

@@ -136,11 +136,13 @@ ERROR_CODE trackingStep(CameraState& state) {
   m->timestamp_ns = f.timestamp_ns;
 
   Eigen::Isometry3d refined;
-  if (m->previous_pass && m->previous_pass->isFinal() && m->previous_pass->refinedPose(f.index, refined)) {
-    // Second pass over a recording: the globally optimised pose of this frame.
-    state.tracking.state = POSITIONAL_TRACKING_STATE::OK;
-    state.tracking.T_world_camera = toMatrix4f(refined);
-    state.tracking.confidence = 100;
+  if (m->previous_pass && m->previous_pass->isFinal() && m->previous_pass->size() > 0) {
+    // Second pass over a recording: the globally optimised pose of each frame; a frame the first
+    // pass could not track holds the last pose, as while searching.
+    const bool known = m->previous_pass->refinedPose(f.index, refined);
+    state.tracking.state = known ? POSITIONAL_TRACKING_STATE::OK : POSITIONAL_TRACKING_STATE::SEARCHING;
+    if (known) state.tracking.T_world_camera = toMatrix4f(refined);
+    state.tracking.confidence = known ? 100 : 0;
     m->used.clear();
     m->rejected.clear();
   } else {

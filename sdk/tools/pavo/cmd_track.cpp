@@ -1,5 +1,7 @@
 // pavo track FILE.ktr -o TRAJ.txt [--two-pass] [--depth-mode MODE]: positional tracking over a
 // recording, written as a TUM trajectory (camera-to-world, metres, x right, y up, looking along -z).
+// With --two-pass, TRAJ.txt holds the second pass (refined poses) and TRAJ.txt.first_pass.txt the
+// live poses of the first.
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -92,6 +94,11 @@ int runTrack(int argc, char** argv) {
     second.enable_area_memory = false;
     err = camera.enablePositionalTracking(second);
     if (err != pv::ERROR_CODE::SUCCESS) return pavo::failure(name, pv::lastErrorDetail().c_str());
+    // The first pass's live poses go beside the output, for comparison.
+    std::string error;
+    const std::string live_path = args.get("o") + ".first_pass.txt";
+    if (!pv::internal::writeTumTrajectory(live_path, trajectory, error)) return pavo::failure(name, error);
+    std::printf("first pass: %zu poses written to %s\n", trajectory.size(), live_path.c_str());
     trajectory.clear();
     if (trackPass(camera, "second pass", trajectory) < 0) return pavo::failure(name, "the recording could not be read");
   }
