@@ -33,6 +33,7 @@ std::vector<fs::path>& madeFolders() {
 }
 
 void removeMadeFolders() {
+  if (std::getenv("MAPURA_KEEP_SCRATCH")) return;  // kept for a look at what a test wrote
   std::error_code ec;
   for (const fs::path& p : madeFolders()) fs::remove_all(p, ec);
 }

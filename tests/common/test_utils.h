@@ -12,7 +12,8 @@ std::string sharedDataDir();
 std::string sharedDataPath(const std::string& relative);
 
 /// A fresh, empty folder under the build tree, private to this process (test cases run as
-/// parallel processes); emptied again at the next call with the same name, removed at exit.
+/// parallel processes); emptied again at the next call with the same name, removed at exit
+/// unless MAPURA_KEEP_SCRATCH is set.
 std::string scratchDir(const std::string& name);
 
 }  // namespace mapura::test
