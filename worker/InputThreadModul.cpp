@@ -93,11 +93,12 @@ void InputThreadModul::destruct() {
   running_ = false;
   state_ = IDLE;
   QThread::msleep(5);
-  while (map_request_state_ == 2) QThread::msleep(10);
   if (post_processing_running_) abort_post_processing_ = true;
-  QThread::msleep(5);
-  // The step in progress may still be grabbing into the frame buffer's views.
+  // The step in progress may still grab into the frame buffer's views or start a retrieval;
+  // then a retrieval running on the pool must end before the map goes away.
   while (in_loop_) QThread::msleep(1);
+  while (map_request_state_ == 2) QThread::msleep(10);
+  QThread::msleep(5);
   if (buffers_allocated_) frame_buffer_.free(pv::MEM::BOTH);
 }
 
@@ -247,8 +248,10 @@ void InputThreadModul::process() {
     emit sendPath(pose_.pose_data.m);
     if (end_code_ == END_BY_USER) return;
   }
-  emit autoEnd();
+  // Idle before the report: the controller answers autoEnd by asking for the end of the scan,
+  // which must not be overwritten.
   state_ = IDLE;
+  emit autoEnd();
 }
 
 void InputThreadModul::retrieveMesh() {
