@@ -20,11 +20,23 @@ bool readMesh(const std::string& path, std::vector<Eigen::Vector3f>& v, std::vec
   if (mesh.vertices.empty()) mesh.updateMeshFromChunkList();
   for (const auto& p : mesh.vertices) v.emplace_back(p.x, p.y, p.z);
   for (const auto& f : mesh.triangles) t.push_back({f.x, f.y, f.z});
-  if (t.empty()) {
-    why = path + " holds no triangles";
-    return false;
-  }
   return true;
+}
+
+// The map to evaluate: a mesh, or a point cloud whose points stand as triangles of zero size, so
+// that distances to it are distances to its points.
+bool readMap(const std::string& path, std::vector<Eigen::Vector3f>& v, std::vector<std::array<uint32_t, 3>>& t,
+             std::string& why) {
+  if (readMesh(path, v, t, why)) return true;
+  pv::FusedPointCloud cloud;
+  if (!cloud.load(pv::String(path.c_str()))) return false;
+  if (cloud.vertices.empty()) cloud.updateFromChunkList();
+  for (const auto& p : cloud.vertices) {
+    t.push_back({uint32_t(v.size()), uint32_t(v.size()), uint32_t(v.size())});
+    v.emplace_back(p.x, p.y, p.z);
+  }
+  if (v.empty()) why = path + " holds no points";
+  return !v.empty();
 }
 
 int runEvalMesh(int argc, char** argv) {
@@ -44,8 +56,9 @@ int runEvalMesh(int argc, char** argv) {
   std::vector<Eigen::Vector3f> mv, gv;
   std::vector<std::array<uint32_t, 3>> mt, gt;
   std::string why;
-  if (!readMesh(args.positional()[0], mv, mt, why) || !readMesh(args.positional()[1], gv, gt, why))
-    return pavo::failure(kName, why);
+  if (!readMap(args.positional()[0], mv, mt, why)) return pavo::failure(kName, why);
+  if (!readMesh(args.positional()[1], gv, gt, why)) return pavo::failure(kName, why);
+  if (gt.empty()) return pavo::failure(kName, args.positional()[1] + " holds no triangles");
   const pv::internal::MeshEvaluation e =
       pv::internal::evaluateMesh(mv, mt, gv, gt, float(threshold), float(seen_radius));
   std::printf("accuracy_mean_m %.5f\naccuracy_rms_m %.5f\ncompleteness_pct %.2f\n", e.accuracy_mean_m, e.accuracy_rms_m,
@@ -57,7 +70,7 @@ int runEvalMesh(int argc, char** argv) {
 
 }  // namespace
 
-PAVO_COMMAND("eval mesh", "MESH GT.ply [--threshold M (0.02)] [--seen-radius M (0.25)]",
-             "mesh accuracy (mesh to truth) and completeness (truth within the threshold, over the truth near the "
-             "mesh)",
+PAVO_COMMAND("eval mesh", "MAP GT.ply [--threshold M (0.02)] [--seen-radius M (0.25)]",
+             "accuracy (map to truth) and completeness (truth within the threshold, over the truth near the map) "
+             "of a mesh or a fused point cloud",
              runEvalMesh);

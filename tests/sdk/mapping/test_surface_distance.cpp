@@ -75,3 +75,28 @@ TEST(SurfaceDistance, EvaluationMeasuresOffsetsHolesAndUnseenParts) {
   EXPECT_NEAR(seen_fraction, 1.4 / 2.0, 0.03);
   EXPECT_NEAR(e.completeness_pct, 100.0 * 1.21 / 1.4, 2.0);
 }
+
+// A point cloud is evaluated as triangles of zero size: distances are to its points.
+TEST(SurfaceDistance, PointsAsZeroSizeTrianglesMeasureAPointCloud) {
+  Verts truth_v, grid_v, cloud_v;
+  Tris truth_t, grid_t, cloud_t;
+  square(1.f, 1.f, 0.1f, 0.f, truth_v, truth_t);
+  square(1.f, 1.f, 0.005f, 0.003f, grid_v, grid_t);  // dense points 3 mm above the truth
+  for (const auto& p : grid_v) {
+    cloud_t.push_back({uint32_t(cloud_v.size()), uint32_t(cloud_v.size()), uint32_t(cloud_v.size())});
+    cloud_v.push_back(p);
+  }
+  const MeshEvaluation e = evaluateMesh(cloud_v, cloud_t, truth_v, truth_t, 0.01f, 0.2f);
+  EXPECT_NEAR(e.accuracy_mean_m, 0.003, 1e-4);
+  EXPECT_GT(e.completeness_pct, 99.0);
+  // Sparse points leave most of the truth farther than the threshold from any point.
+  Verts sparse_v;
+  Tris sparse_t;
+  for (size_t i = 0; i < cloud_v.size(); i += 400) {
+    sparse_t.push_back({uint32_t(sparse_v.size()), uint32_t(sparse_v.size()), uint32_t(sparse_v.size())});
+    sparse_v.push_back(cloud_v[i]);
+  }
+  const MeshEvaluation s = evaluateMesh(sparse_v, sparse_t, truth_v, truth_t, 0.01f, 0.5f);
+  EXPECT_NEAR(s.accuracy_mean_m, 0.003, 1e-4);
+  EXPECT_LT(s.completeness_pct, 50.0);
+}
