@@ -15,14 +15,16 @@ if [ -z "${PAVO_VIRTUAL_CAMERA:-}" ]; then
   if [ ! -s "$SAMPLE" ]; then
     mkdir -p samples
     echo "run.sh: making the sample recording $SAMPLE (once)"
-    # Written under another name first, so an interrupted run leaves no half recording behind.
-    partial="$PWD/samples/room_hd720.partial.ktr"
-    if "$PAVO" synth room -o "$partial" --frames 600 --fps 30 --resolution HD720; then
-      mv "$partial" "$SAMPLE"
+    # Written in a side folder first (with its ground-truth files), so an interrupted run leaves
+    # no half recording behind.
+    partial="$PWD/samples/.partial"
+    rm -rf "$partial" && mkdir -p "$partial"
+    if "$PAVO" synth room -o "$partial/room_hd720.ktr" --frames 600 --fps 30 --resolution HD720; then
+      mv "$partial"/room_hd720.gt.* samples/ && mv "$partial/room_hd720.ktr" "$SAMPLE"
     else
-      rm -f "$partial"
       echo "run.sh: no sample recording could be made; Mapura starts without the virtual camera" >&2
     fi
+    rm -rf "$partial"
   fi
   if [ -s "$SAMPLE" ]; then export PAVO_VIRTUAL_CAMERA="$SAMPLE"; fi
 fi
