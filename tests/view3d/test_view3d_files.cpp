@@ -44,14 +44,8 @@ class TestView3DFiles : public QObject {
  private slots:
   void init() {
     if (!QGLFormat::hasOpenGL()) QSKIP("no OpenGL");
-    ProgramStates::resetStates();
-    widget = std::make_unique<OGL3DWidget>();
-    widget->resize(kWidth, kHeight);
-    widget->setAutoBufferSwap(false);
-    widget->show();
-    if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) QSKIP("no GL context");
-    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
-    renderFrame(*widget);
+    widget = openWidget();
+    if (!widget) QSKIP("no GL context");
   }
   void cleanup() { widget.reset(); }
 

@@ -46,14 +46,8 @@ class TestView3DNavigation : public QObject {
  private slots:
   void init() {
     if (!QGLFormat::hasOpenGL()) QSKIP("no OpenGL");
-    ProgramStates::resetStates();
-    widget = std::make_unique<OGL3DWidget>();
-    widget->resize(kWidth, kHeight);
-    widget->setAutoBufferSwap(false);
-    widget->show();
-    if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) QSKIP("no GL context");
-    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
-    widget->updateGL();
+    widget = openWidget();
+    if (!widget) QSKIP("no GL context");
     cam = widget->getCamera();
     QVERIFY(cam != nullptr);
   }

@@ -19,15 +19,8 @@ class TestView3DRender : public QObject {
 
   // A shown, exposed widget with the home camera; the test is skipped without a GL context.
   bool openWidget() {
-    ProgramStates::resetStates();
-    widget = std::make_unique<OGL3DWidget>();
-    widget->resize(kWidth, kHeight);
-    widget->setAutoBufferSwap(false);
-    widget->show();
-    if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) return false;
-    widget->swapBuffers();  // sizes the buffers to the window before frames are read back
-    renderFrame(*widget);   // the first frame clears with the GL default colour
-    return true;
+    widget = view3d_test::openWidget();
+    return widget != nullptr;
   }
 
   void liveMesh(int displayMode) {

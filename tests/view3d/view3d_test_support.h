@@ -4,13 +4,16 @@
 
 #include <QColor>
 #include <QImage>
+#include <QTest>
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "OGL3DWidget.h"
+#include "ProgramStates.h"
 #include "pv/mesh.h"
 
 namespace view3d_test {
@@ -42,6 +45,21 @@ inline pv::float4 colouredPoint(float x, float y, float z, int r, int g, int b) 
 inline QImage renderFrame(OGL3DWidget& widget) {
   widget.updateGL();
   return widget.grabFrameBuffer().convertToFormat(QImage::Format_RGB32);
+}
+
+/// A shown, exposed kWidth x kHeight widget with the home camera and one frame drawn (the first
+/// frame clears with the GL default colour), after the attribute store is reset; null without a
+/// GL context.
+inline std::unique_ptr<OGL3DWidget> openWidget() {
+  ProgramStates::resetStates();
+  auto widget = std::make_unique<OGL3DWidget>();
+  widget->resize(kWidth, kHeight);
+  widget->setAutoBufferSwap(false);
+  widget->show();
+  if (!QTest::qWaitForWindowExposed(widget.get()) || !widget->isValid()) return nullptr;
+  widget->swapBuffers();  // sizes the buffers to the window before frames are read back
+  renderFrame(*widget);
+  return widget;
 }
 
 inline bool near(QRgb pixel, int r, int g, int b, int tolerance) {
