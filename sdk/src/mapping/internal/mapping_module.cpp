@@ -240,52 +240,54 @@ void MappingModule::meshChanged() {
   stats_.chunks_meshed_last = fresh.size();
 }
 
+namespace {
+
+// Walks a chunk's vertices in the map's coordinate system and unit, calling visit(i, position,
+// normal) for each; returns their barycentre (zero for an empty chunk).
+template <typename Visit>
+float3 convertVertices(const ChunkMesh& m, COORDINATE_SYSTEM system, UNIT unit, Visit visit) {
+  const Eigen::Matrix3f C = basisFromImage(system);
+  const float scale = metresTo(unit);
+  Eigen::Vector3f sum = Eigen::Vector3f::Zero();
+  for (size_t i = 0; i < m.vertices.size(); ++i) {
+    const Eigen::Vector3f p = C * m.vertices[i] * scale;
+    visit(i, p, Eigen::Vector3f(C * m.normals[i]));
+    sum += p;
+  }
+  if (!m.vertices.empty()) sum /= float(m.vertices.size());
+  return {sum.x(), sum.y(), sum.z()};
+}
+
+}  // namespace
+
 void MappingModule::convertChunk(const PublishedChunk& src, Chunk& dst) const {
-  const Eigen::Matrix3f C = basisFromImage(config_.coordinate_system);
-  const float scale = metresTo(config_.coordinate_units);
   const ChunkMesh& m = src.mesh;
   dst.clear();
   dst.vertices.resize(m.vertices.size());
   dst.normals.resize(m.normals.size());
   dst.colors.resize(m.rgb.size());
+  dst.barycenter = convertVertices(m, config_.coordinate_system, config_.coordinate_units,
+                                   [&](size_t i, const Eigen::Vector3f& p, const Eigen::Vector3f& n) {
+                                     dst.vertices[i] = {p.x(), p.y(), p.z()};
+                                     dst.normals[i] = {n.x(), n.y(), n.z()};
+                                     dst.colors[i] = {m.rgb[i][0], m.rgb[i][1], m.rgb[i][2]};
+                                   });
   dst.triangles.resize(m.triangles.size());
-  Eigen::Vector3f sum = Eigen::Vector3f::Zero();
-  for (size_t i = 0; i < m.vertices.size(); ++i) {
-    const Eigen::Vector3f p = C * m.vertices[i] * scale;
-    const Eigen::Vector3f n = C * m.normals[i];
-    dst.vertices[i] = {p.x(), p.y(), p.z()};
-    dst.normals[i] = {n.x(), n.y(), n.z()};
-    dst.colors[i] = {m.rgb[i][0], m.rgb[i][1], m.rgb[i][2]};
-    sum += p;
-  }
   for (size_t i = 0; i < m.triangles.size(); ++i)
     dst.triangles[i] = {m.triangles[i][0], m.triangles[i][1], m.triangles[i][2]};
-  if (!m.vertices.empty()) {
-    sum /= float(m.vertices.size());
-    dst.barycenter = {sum.x(), sum.y(), sum.z()};
-  }
   dst.timestamp_ns = src.stamp;
 }
 
 void MappingModule::convertChunk(const PublishedChunk& src, PointCloudChunk& dst) const {
-  const Eigen::Matrix3f C = basisFromImage(config_.coordinate_system);
-  const float scale = metresTo(config_.coordinate_units);
   const ChunkMesh& m = src.mesh;
   dst.clear();
   dst.vertices.resize(m.vertices.size());
   dst.normals.resize(m.normals.size());
-  Eigen::Vector3f sum = Eigen::Vector3f::Zero();
-  for (size_t i = 0; i < m.vertices.size(); ++i) {
-    const Eigen::Vector3f p = C * m.vertices[i] * scale;
-    const Eigen::Vector3f n = C * m.normals[i];
-    dst.vertices[i] = {p.x(), p.y(), p.z(), packColour(m.rgb[i])};
-    dst.normals[i] = {n.x(), n.y(), n.z()};
-    sum += p;
-  }
-  if (!m.vertices.empty()) {
-    sum /= float(m.vertices.size());
-    dst.barycenter = {sum.x(), sum.y(), sum.z()};
-  }
+  dst.barycenter = convertVertices(m, config_.coordinate_system, config_.coordinate_units,
+                                   [&](size_t i, const Eigen::Vector3f& p, const Eigen::Vector3f& n) {
+                                     dst.vertices[i] = {p.x(), p.y(), p.z(), packColour(m.rgb[i])};
+                                     dst.normals[i] = {n.x(), n.y(), n.z()};
+                                   });
   dst.timestamp_ns = src.stamp;
 }
 
