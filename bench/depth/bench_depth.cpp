@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "core/internal/camera_state.h"
+#include "core/internal/heap_policy.h"
 #include "depth/internal/depth_module.h"
 #include "depth/internal/stereo_dataset.h"
 #include "depth/internal/stereo_engine.h"
@@ -64,6 +65,8 @@ int main(int argc, char** argv) {
       pair_dir = argv[i + 1];
   }
   mapura::bench::printMachine();
+  // As an opened camera does.
+  pv::internal::keepFrameBuffersInHeap();
 
   pv::internal::StereoSample sample;
   std::string error;

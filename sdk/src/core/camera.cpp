@@ -11,6 +11,7 @@
 #include "core/internal/coordinates.h"
 #include "core/internal/error.h"
 #include "core/internal/gpu_memory.h"
+#include "core/internal/heap_policy.h"
 #include "input/internal/input_state.h"
 
 namespace pv {
@@ -133,6 +134,7 @@ ERROR_CODE Camera::open(InitParameters init_parameters) {
   s.frame = internal::FrameData();
   ERROR_CODE err = validate(init_parameters);
   if (err != ERROR_CODE::SUCCESS) return err;
+  internal::keepFrameBuffersInHeap();
 
   auto input = std::make_shared<internal::InputState>();
   if (init_parameters.input.isLive())

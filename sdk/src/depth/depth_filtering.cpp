@@ -2,6 +2,7 @@
 #include <cmath>
 #include <limits>
 #include <opencv2/core/utility.hpp>
+#include <vector>
 
 #include "depth/internal/depth_module.h"
 #include "depth/internal/stereo_stages.h"
@@ -26,23 +27,30 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
 
   cv::Mat disparity(left_gray.size(), CV_32F), confidence(left_gray.size(), CV_32F);
   cv::Mat rejected(left_gray.size(), CV_8U);  // 1 where a valid match was dropped
+  DepthData out;
+  out.depth_m.create(disparity.size(), CV_32F);
+  // Filters that are off read rows that pass everything, so the pixel loop has no branch.
+  const std::vector<float> no_texture(static_cast<size_t>(left_gray.cols), 0.f);
+  const std::vector<uint8_t> no_saturation(static_cast<size_t>(left_gray.cols), 0);
   cv::parallel_for_(cv::Range(0, left_gray.rows), [&](const cv::Range& rows) {
     for (int y = rows.start; y < rows.end; ++y) {
       const float* d_in = stereo.disparity_px.ptr<float>(y);
       const float* c_in = stereo.confidence.ptr<float>(y);
-      const float* t_in = texture.empty() ? nullptr : texture.ptr<float>(y);
-      const uint8_t* s_in = saturated.empty() ? nullptr : saturated.ptr<uint8_t>(y);
+      const float* t_in = texture.empty() ? no_texture.data() : texture.ptr<float>(y);
+      const uint8_t* s_in = saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y);
       float* d_out = disparity.ptr<float>(y);
       float* c_out = confidence.ptr<float>(y);
+      float* z = out.depth_m.ptr<float>(y);
       uint8_t* r_out = rejected.ptr<uint8_t>(y);
       for (int x = 0; x < left_gray.cols; ++x) {
         const float d = d_in[x];
         // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
-        const bool keep = d >= min_disparity && d <= max_disparity && c_in[x] <= confidence_limit &&
-                          (!t_in || t_in[x] <= texture_limit) && (!s_in || !s_in[x]);
+        const bool keep = (d >= min_disparity) & (d <= max_disparity) & (c_in[x] <= confidence_limit) &
+                          (t_in[x] <= texture_limit) & (s_in[x] == 0);
         d_out[x] = keep ? d : kNaN;
         c_out[x] = keep ? c_in[x] : kNaN;
-        r_out[x] = !keep;
+        z[x] = keep ? focal_baseline / d : kNaN;
+        r_out[x] = static_cast<uint8_t>(!keep);
       }
     }
   });
@@ -50,17 +58,9 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
   if (p.fill) {
     fillHoles(disparity);
     confidence.setTo(100.f, rejected & validMask(disparity));
+    cv::divide(focal_baseline, disparity, out.depth_m);  // NaN stays NaN
   }
 
-  DepthData out;
-  out.depth_m.create(disparity.size(), CV_32F);
-  cv::parallel_for_(cv::Range(0, disparity.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* d = disparity.ptr<float>(y);
-      float* z = out.depth_m.ptr<float>(y);
-      for (int x = 0; x < disparity.cols; ++x) z[x] = focal_baseline / d[x];  // NaN stays NaN
-    }
-  });
   out.disparity_px = disparity;
   out.confidence = confidence;
   out.valid = true;

@@ -7,7 +7,20 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/hole_fill.cpp
   ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/semi_global_matching.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/census.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/census_sgm.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp
   ${CMAKE_CURRENT_LIST_DIR}/speckle_filter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/stereo_dataset.cpp
   ${CMAKE_CURRENT_LIST_DIR}/stereo_engine.cpp)
+
+# The matcher's row kernel, once per instruction set; the library picks one at run time.
+target_sources(pv_pavo PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx2.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/census_sgm_baseline.cpp)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4")
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx2.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v3")
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm.cpp PROPERTIES COMPILE_DEFINITIONS PV_SGM_ISA_BUILDS)
+endif()

@@ -13,15 +13,15 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
   switch (mode) {
     case DEPTH_MODE::PERFORMANCE:
       r.scale = 0.5;
-      r.block_size = 3;
+      r.paths = 3;
       r.uniqueness_pct = 10;
       r.speckle_px = 50;
+      r.max_search_px = 64;
       return true;
     case DEPTH_MODE::QUALITY:
       r.scale = 0.5;
-      r.block_size = 3;
+      r.paths = 5;
       r.uniqueness_pct = 5;
-      r.explicit_lr_check = true;
       r.speckle_px = 100;
       r.edge_aware = true;
       r.edge_lambda = 300;
@@ -29,9 +29,8 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
       return true;
     case DEPTH_MODE::ULTRA:
       r.scale = 1.0;
-      r.block_size = 5;
+      r.paths = 5;
       r.uniqueness_pct = 5;
-      r.explicit_lr_check = true;
       r.speckle_px = 200;
       r.edge_aware = true;
       r.edge_lambda = 100;
@@ -58,6 +57,60 @@ bool toGray(const cv::Mat& in, cv::Mat& gray) {
   return true;
 }
 
+struct LevelResult {
+  cv::Mat disparity_px;  // at the level's size, in its pixels
+  cv::Mat lr_diff_px;    // left-right disagreement
+  cv::Mat unseen;        // 255 where the right camera does not see
+};
+
+cv::Mat halfSize(const cv::Mat& m) {
+  cv::Mat out;
+  cv::resize(m, out, cv::Size((m.cols + 1) / 2, (m.rows + 1) / 2), 0, 0, cv::INTER_AREA);
+  return out;
+}
+
+cv::Mat nearestTo(const cv::Mat& m, cv::Size size) {
+  cv::Mat out;
+  cv::resize(m, out, size, 0, 0, cv::INTER_NEAREST);
+  return out;
+}
+
+/// Full-range semi-global matching of the pair, with the left-right check.
+LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
+  SgmParameters match;
+  match.num_disparities = roundDisparityRange(range_px);
+  match.paths = recipe.paths;
+  match.uniqueness_pct = recipe.uniqueness_pct;
+  match.with_right = true;
+  SgmResult matched = censusSgm(l, r, match);
+  LevelResult out;
+  out.disparity_px = matched.left_px;
+  out.lr_diff_px = leftRightCheck(out.disparity_px, matched.right_px, recipe.lr_max_diff_px);
+  // The strip at the left border that the right camera does not see has no true match; what the
+  // smoothness carried into it is a guess, and the filter must not fill it either.
+  out.unseen = unseenByRight(matched.right_px);
+  out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
+  return out;
+}
+
+/// Disparity of the pair: matched over the whole range where it is short enough, else matched at
+/// half this size and refined here around the coarse result (a long range costs the matcher in
+/// proportion, the refinement a few disparities per pixel).
+LevelResult matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
+  if (recipe.max_search_px <= 0 || range_px <= recipe.max_search_px || l.cols < 64 || l.rows < 32)
+    return matchLevel(l, r, range_px, recipe);
+  LevelResult coarse = matchPyramid(halfSize(l), halfSize(r), (range_px + 1) / 2, recipe);
+  if (recipe.speckle_px > 0) removeSpeckles(coarse.disparity_px, std::max(4, recipe.speckle_px / 4), 1.0f);
+  // The refinement searches around the prior, so a whole-pixel prior (nearest) is enough.
+  const cv::Mat prior = nearestTo(coarse.disparity_px, l.size()) * 2.f;
+  LevelResult out;
+  out.disparity_px =
+      refineDisparity(censusTransform(l), censusTransform(r), prior, recipe.refine_radius_px, recipe.refine_window_px);
+  out.lr_diff_px = nearestTo(coarse.lr_diff_px, l.size()) * 2.f;
+  out.unseen = nearestTo(coarse.unseen, l.size());
+  return out;
+}
+
 void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters& params, const ModeRecipe& recipe,
                StereoOutput& out) {
   cv::Mat l = left, r = right;
@@ -66,47 +119,24 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     cv::resize(right, r, cv::Size(), recipe.scale, recipe.scale, cv::INTER_AREA);
   }
   const double scale = static_cast<double>(l.cols) / left.cols;
-  MatchParameters match;
-  match.num_disparities = roundDisparityRange(static_cast<int>(std::ceil(params.max_disparity_px * scale)));
-  match.block_size = recipe.block_size;
-  match.uniqueness_pct = recipe.uniqueness_pct;
-  match.internal_lr_check = !recipe.explicit_lr_check;
-
-  cv::Mat disparity = matchLeftDisparity(l, r, match), right_disparity, lr_diff, unseen;
-  if (recipe.explicit_lr_check) {
-    right_disparity = matchRightDisparity(l, r, match);
-    lr_diff = leftRightCheck(disparity, right_disparity, recipe.lr_max_diff_px);
-    // The strip at the left border that the right camera does not see has no true match; its
-    // matches into the padding are guesses and the filter must not fill it either.
-    unseen = unseenByRight(right_disparity);
-    disparity.setTo(std::numeric_limits<float>::quiet_NaN(), unseen);
-  }
+  LevelResult level = matchPyramid(l, r, static_cast<int>(std::ceil(params.max_disparity_px * scale)), recipe);
+  cv::Mat disparity = level.disparity_px;
   if (recipe.speckle_px > 0) removeSpeckles(disparity, recipe.speckle_px, 1.0f);
-  cv::Mat confidence = disparityConfidence(disparity, lr_diff);
-  if (l.size() != left.size()) {
-    disparity = upsampleDisparity(disparity, left.size());
-    cv::Mat full;
-    cv::resize(confidence, full, left.size(), 0, 0, cv::INTER_NEAREST);
-    confidence = full;
-    if (!lr_diff.empty()) {
-      cv::resize(lr_diff, full, left.size(), 0, 0, cv::INTER_NEAREST);
-      lr_diff = full * static_cast<float>(1.0 / scale);
-    }
-  }
+  cv::Mat confidence = disparityConfidence(disparity, level.lr_diff_px);
   if (recipe.edge_aware) {
-    // Guided by the full-resolution image; the filter also fills the holes the checks left.
-    // Pixels it invents take the doubt of their neighbourhood.
-    disparity =
-        filterEdgeAware(disparity, measurementWeight(confidence, lr_diff), left, recipe.edge_lambda, recipe.edge_sigma);
+    // Guided by the image at the matching resolution; the filter also fills the holes the checks
+    // left. Pixels it invents take the doubt of their neighbourhood.
+    disparity = filterEdgeAware(disparity, measurementWeight(confidence, level.lr_diff_px), l, recipe.edge_lambda,
+                                recipe.edge_sigma);
     cv::Mat doubt = confidence.clone();
     doubt.setTo(100.f, invalidMask(doubt));
     cv::Mat recomputed = disparityConfidence(disparity, cv::Mat());
     confidence = cv::max(recomputed, cv::min(doubt, 100.f));
   }
-  if (!unseen.empty()) {
-    cv::Mat unseen_full = unseen;
-    if (unseen.size() != left.size()) cv::resize(unseen, unseen_full, left.size(), 0, 0, cv::INTER_NEAREST);
-    disparity.setTo(std::numeric_limits<float>::quiet_NaN(), unseen_full);
+  disparity.setTo(std::numeric_limits<float>::quiet_NaN(), level.unseen);
+  if (l.size() != left.size()) {
+    disparity = upsampleDisparity(disparity, left.size());
+    confidence = nearestTo(confidence, left.size());
   }
   out.disparity_px = disparity;
   out.confidence = confidence;

@@ -16,22 +16,36 @@ inline cv::Mat invalidMask(const cv::Mat& m) {
   return ~valid;
 }
 
-/// Semi-global matching settings (see semi_global_matching.cpp).
-struct MatchParameters {
-  int num_disparities = 64;       ///< search range 0..num-1, a multiple of 16
-  int block_size = 3;             ///< odd matching window
-  int uniqueness_pct = 10;        ///< margin the best cost must win by, percent
-  int p1_per_pixel = 8;           ///< small-jump penalty, per window pixel
-  int p2_per_pixel = 32;          ///< large-jump penalty, per window pixel
-  bool internal_lr_check = true;  ///< the matcher's own one-pixel left-right check
+/// Centre-symmetric census over a 9x7 window (census.cpp): per pixel (CV_32S, read as uint32)
+/// bit k is set when the k-th pixel of the window's upper half is brighter than its mirror image
+/// through the centre (31 pairs). Borders are replicated. `gray` CV_8UC1.
+cv::Mat censusTransform(const cv::Mat& gray);
+
+/// Semi-global matching settings (census_sgm.cpp). Costs are census Hamming distances (0..31).
+struct SgmParameters {
+  int num_disparities = 64;  ///< search range 0..num-1, a multiple of 16, at most 256
+  int p1 = 7;                ///< small-jump penalty
+  int p2 = 86;               ///< large-jump penalty (lowered across intensity edges)
+  int paths = 3;             ///< 3 (along the row both ways, downward) or 5 (also the two diagonals)
+  int uniqueness_pct = 10;   ///< margin the best cost must win by, percent
+  bool with_right = false;   ///< also the right image's disparity, from the same costs
 };
 
-/// Disparity of the left image (semi_global_matching.cpp). The pair is padded on the left by the
-/// search range so that the left border gets disparities too. Sub-pixel: parabola through the
-/// aggregated costs (1/16 pixel steps). `left` and `right` CV_8UC1 of one size.
-cv::Mat matchLeftDisparity(const cv::Mat& left, const cv::Mat& right, const MatchParameters& params);
-/// Disparity of the right image (positive: the match in the left image lies at x + d).
-cv::Mat matchRightDisparity(const cv::Mat& left, const cv::Mat& right, const MatchParameters& params);
+struct SgmResult {
+  cv::Mat left_px;   ///< CV_32F, sub-pixel (parabola through the aggregated costs), NaN where not unique
+  cv::Mat right_px;  ///< CV_32F, whole pixels (positive: the match in the left image lies at x + d)
+};
+
+/// Semi-global matching of a rectified pair (`left` and `right` CV_8UC1 of one size). Left pixels
+/// whose matches would fall left of the right image are matched by smoothness alone.
+SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParameters& params);
+
+/// Disparity of the left image searched only within `radius` pixels of a prior (CV_32F at this
+/// level, NaN where unknown), the census costs (census_left/right, of this level's pair) summed
+/// over a `window` x `window` box; sub-pixel by a parabola (disparity_refinement.cpp). NaN where
+/// the prior is NaN.
+cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
+                        int window);
 
 /// Invalidates left disparities whose match in the right disparity map disagrees by more than
 /// `max_diff_px` (left_right_check.cpp). Returns |d_left - d_right| per pixel (NaN where there is

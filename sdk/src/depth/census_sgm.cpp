@@ -1,0 +1,63 @@
+// Semi-global matching on census costs.
+//
+// Cost: the Hamming distance between census words (census.cpp). Aggregation: the scan-line
+// recurrence of semi-global matching along 3 or 5 directions that all run with the rows (left to
+// right, right to left, top to bottom and the two downward diagonals), so each row is matched as
+// soon as it is aggregated and no cost volume is ever stored: the working set is a few rows of
+// costs, which stays in the cache. The image is cut into horizontal stripes matched in parallel;
+// each stripe starts its downward paths a few rows above its first row so that the cut leaves no
+// trace. The row kernel exists once per instruction set (census_sgm_kernel.inc); the best one for
+// the running CPU is picked once.
+#include <algorithm>
+#include <opencv2/core/utility.hpp>
+
+#include "depth/internal/stereo_stages.h"
+
+namespace pv::internal {
+
+#define PV_DECLARE_STRIPE_MATCHER(isa)                                                                            \
+  namespace isa {                                                                                                 \
+  void matchStripe(const SgmParameters& p, const cv::Mat& left, const cv::Mat& census_l, const cv::Mat& census_r, \
+                   int y0, int y1, SgmResult& result);                                                            \
+  }
+PV_DECLARE_STRIPE_MATCHER(sgm_avx512)
+PV_DECLARE_STRIPE_MATCHER(sgm_avx2)
+PV_DECLARE_STRIPE_MATCHER(sgm_baseline)
+#undef PV_DECLARE_STRIPE_MATCHER
+
+namespace {
+
+using StripeMatcher = void (*)(const SgmParameters&, const cv::Mat&, const cv::Mat&, const cv::Mat&, int, int,
+                               SgmResult&);
+
+StripeMatcher pickStripeMatcher() {
+#if defined(PV_SGM_ISA_BUILDS) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("x86-64-v4")) return sgm_avx512::matchStripe;
+  if (__builtin_cpu_supports("x86-64-v3")) return sgm_avx2::matchStripe;
+#endif
+  return sgm_baseline::matchStripe;
+}
+
+}  // namespace
+
+SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParameters& p) {
+  CV_Assert(left.type() == CV_8UC1 && right.type() == CV_8UC1 && left.size() == right.size());
+  CV_Assert(p.num_disparities >= 16 && p.num_disparities % 16 == 0 && p.num_disparities <= 256);
+  CV_Assert(p.paths == 3 || p.paths == 5);
+  const int h = left.rows;
+  const cv::Mat census_l = censusTransform(left), census_r = censusTransform(right);
+  SgmResult result;
+  result.left_px.create(left.size(), CV_32F);
+  if (p.with_right) result.right_px.create(left.size(), CV_32F);
+
+  const int stripes = std::max(1, std::min(cv::getNumThreads(), h / 32));
+  static const StripeMatcher match_stripe = pickStripeMatcher();
+  cv::parallel_for_(cv::Range(0, stripes), [&](const cv::Range& range) {
+    for (int s = range.start; s < range.end; ++s)
+      match_stripe(p, left, census_l, census_r, h * s / stripes, h * (s + 1) / stripes, result);
+  });
+  return result;
+}
+
+}  // namespace pv::internal
