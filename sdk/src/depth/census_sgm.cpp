@@ -10,15 +10,16 @@
 // the running CPU is picked once.
 #include <algorithm>
 #include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "depth/internal/stereo_stages.h"
 
 namespace pv::internal {
 
-#define PV_DECLARE_STRIPE_MATCHER(isa)                                                                            \
-  namespace isa {                                                                                                 \
-  void matchStripe(const SgmParameters& p, const cv::Mat& left, const cv::Mat& census_l, const cv::Mat& census_r, \
-                   int y0, int y1, SgmResult& result);                                                            \
+#define PV_DECLARE_STRIPE_MATCHER(isa)                                                                           \
+  namespace isa {                                                                                                \
+  void matchStripe(const SgmParameters& p, const cv::Mat& left, const cv::Mat& ad_left, const cv::Mat& ad_right, \
+                   const cv::Mat& census_l, const cv::Mat& census_r, int y0, int y1, SgmResult& result);         \
   }
 PV_DECLARE_STRIPE_MATCHER(sgm_avx512)
 PV_DECLARE_STRIPE_MATCHER(sgm_avx2)
@@ -27,8 +28,19 @@ PV_DECLARE_STRIPE_MATCHER(sgm_baseline)
 
 namespace {
 
-using StripeMatcher = void (*)(const SgmParameters&, const cv::Mat&, const cv::Mat&, const cv::Mat&, int, int,
-                               SgmResult&);
+using StripeMatcher = void (*)(const SgmParameters&, const cv::Mat&, const cv::Mat&, const cv::Mat&, const cv::Mat&,
+                               const cv::Mat&, int, int, SgmResult&);
+
+/// Horizontal gradient (Sobel), clipped to +-31 and offset to 0..62: its differences between the
+/// views ignore a brightness offset between the cameras, unlike plain grey levels.
+cv::Mat gradientImage(const cv::Mat& gray) {
+  constexpr int kClip = 31;
+  cv::Mat dx, out;
+  cv::Sobel(gray, dx, CV_16S, 1, 0, 3, 0.25);
+  dx = cv::max(cv::min(dx, kClip), -kClip);
+  dx.convertTo(out, CV_8U, 1.0, kClip);
+  return out;
+}
 
 StripeMatcher pickStripeMatcher() {
 #if defined(PV_SGM_ISA_BUILDS) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
@@ -47,6 +59,11 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
   CV_Assert(p.paths == 3 || p.paths == 5);
   const int h = left.rows;
   const cv::Mat census_l = censusTransform(left), census_r = censusTransform(right);
+  cv::Mat ad_left, ad_right;
+  if (p.ad_cap > 0) {
+    ad_left = gradientImage(left);
+    ad_right = gradientImage(right);
+  }
   SgmResult result;
   result.left_px.create(left.size(), CV_32F);
   if (p.with_right) result.right_px.create(left.size(), CV_32F);
@@ -55,7 +72,7 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
   static const StripeMatcher match_stripe = pickStripeMatcher();
   cv::parallel_for_(cv::Range(0, stripes), [&](const cv::Range& range) {
     for (int s = range.start; s < range.end; ++s)
-      match_stripe(p, left, census_l, census_r, h * s / stripes, h * (s + 1) / stripes, result);
+      match_stripe(p, left, ad_left, ad_right, census_l, census_r, h * s / stripes, h * (s + 1) / stripes, result);
   });
   return result;
 }

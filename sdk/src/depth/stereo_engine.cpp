@@ -14,22 +14,26 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
     case DEPTH_MODE::PERFORMANCE:
       r.scale = 0.5;
       r.paths = 3;
-      r.uniqueness_pct = 10;
+      r.uniqueness_pct = 0;
       r.speckle_px = 50;
       r.max_search_px = 64;
+      r.edge_aware = true;
+      r.edge_lambda = 300;
+      r.edge_sigma = 1.5;
       return true;
     case DEPTH_MODE::QUALITY:
       r.scale = 0.5;
-      r.paths = 5;
-      r.uniqueness_pct = 5;
+      r.paths = 3;
+      r.uniqueness_pct = 0;
       r.speckle_px = 100;
+      r.full_refine_radius_px = 1;
       r.edge_aware = true;
       r.edge_lambda = 300;
       r.edge_sigma = 1.5;
       return true;
     case DEPTH_MODE::ULTRA:
       r.scale = 1.0;
-      r.paths = 5;
+      r.paths = 3;
       r.uniqueness_pct = 5;
       r.speckle_px = 200;
       r.edge_aware = true;
@@ -137,6 +141,11 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   if (l.size() != left.size()) {
     disparity = upsampleDisparity(disparity, left.size());
     confidence = nearestTo(confidence, left.size());
+    // The full-resolution image decides the last pixel: edges fall where the image has them and
+    // the sub-pixel fit uses all the pixels.
+    if (recipe.full_refine_radius_px > 0)
+      disparity = refineDisparity(censusTransform(left), censusTransform(right), disparity,
+                                  recipe.full_refine_radius_px, recipe.refine_window_px);
   }
   out.disparity_px = disparity;
   out.confidence = confidence;

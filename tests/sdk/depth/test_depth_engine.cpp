@@ -55,7 +55,9 @@ TEST_P(DepthModeTest, PlanesAndStepsComeOutAtTheirDisparity) {
 
   const auto fractional = renderStep(kSize, 12.5f, 12.5f, cv::Rect(), 7);
   const StereoOutput f = run(fractional, GetParam());
-  EXPECT_LT(medianError(f.disparity_px, fractional.disparity_px, awayFromEdges(fractional, 4)), 0.25);
+  // PERFORMANCE keeps the half-resolution matcher's sub-pixel fit; the others refine it.
+  const double fraction = GetParam() == DEPTH_MODE::PERFORMANCE ? 0.4 : 0.25;
+  EXPECT_LT(medianError(f.disparity_px, fractional.disparity_px, awayFromEdges(fractional, 4)), fraction);
 
   const auto step = renderStep(kSize, 8.f, 24.f, cv::Rect(110, 70, 100, 100), 3);
   const StereoOutput s = run(step, GetParam());

@@ -21,14 +21,17 @@ inline cv::Mat invalidMask(const cv::Mat& m) {
 /// through the centre (31 pairs). Borders are replicated. `gray` CV_8UC1.
 cv::Mat censusTransform(const cv::Mat& gray);
 
-/// Semi-global matching settings (census_sgm.cpp). Costs are census Hamming distances (0..31).
+/// Semi-global matching settings (census_sgm.cpp). Costs are census Hamming distances (0..31)
+/// plus a capped difference of the images' horizontal gradients.
 struct SgmParameters {
   int num_disparities = 64;  ///< search range 0..num-1, a multiple of 16, at most 256
-  int p1 = 7;                ///< small-jump penalty
-  int p2 = 86;               ///< large-jump penalty (lowered across intensity edges)
+  int p1 = 22;               ///< small-jump penalty
+  int p2 = 130;              ///< large-jump penalty (lowered across intensity edges)
   int paths = 3;             ///< 3 (along the row both ways, downward) or 5 (also the two diagonals)
   int uniqueness_pct = 10;   ///< margin the best cost must win by, percent
   bool with_right = false;   ///< also the right image's disparity, from the same costs
+  int ad_cap = 8;            ///< 0: census only; else the difference of horizontal gradients,
+  int ad_shift = 0;          ///< capped at this and divided by 2^ad_shift, is added to the cost
 };
 
 struct SgmResult {
