@@ -19,25 +19,61 @@ constexpr uint16_t kMaxCost = 31;      // the census word's length: no match at 
 constexpr uint16_t kNeutralCost = 16;  // pixels without a prior: no preference
 
 /// Costs of row y for every offset k: slices[k](y, x) = Hamming distance between the left pixel
-/// and the right pixel at the prior's disparity + k - radius.
+/// and the right pixel at the prior's disparity + k - radius. Written without branches over x so
+/// that the compiler vectorises it (a gather of the right census words per offset).
 PV_VECTOR_CLONES
 void offsetCostsRow(const uint32_t* left, const uint32_t* right, const float* prior, int width, int radius,
-                    std::vector<cv::Mat>& slices, int y) {
-  const int K = 2 * radius + 1;
-  std::vector<uint16_t*> rows(static_cast<size_t>(K));
-  for (int k = 0; k < K; ++k) rows[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint16_t>(y);
+                    uint16_t* const* rows, int* first) {
   for (int x = 0; x < width; ++x) {
     const float p = prior[x];
-    if (!(p == p)) {
-      for (int k = 0; k < K; ++k) rows[static_cast<size_t>(k)][x] = kNeutralCost;
-      continue;
+    first[x] = p == p ? static_cast<int>(p + 0.5f) - radius : -(1 << 20);
+  }
+  for (int k = 0; k < 2 * radius + 1; ++k) {
+    uint16_t* out = rows[k];
+    for (int x = 0; x < width; ++x) {
+      const bool known = first[x] > -(1 << 20);
+      const int d = first[x] + k, xr = x - d;
+      const bool inside = known & (d >= 0) & (xr >= 0);
+      const uint32_t word = right[inside ? xr : 0];
+      const uint16_t unmatched = known ? kMaxCost : kNeutralCost;
+      out[x] = inside ? static_cast<uint16_t>(__builtin_popcount(left[x] ^ word)) : unmatched;
     }
-    const int d0 = static_cast<int>(p + 0.5f) - radius;
+  }
+}
+
+/// Best offset per pixel and its sub-pixel position (equiangular fit, as in the matcher), for K
+/// offsets known at compile time so that the loop over x vectorises.
+template <int K>
+PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int width, float* out) {
+  const uint16_t* c[K];
+  for (int k = 0; k < K; ++k) c[k] = cost[k];
+  for (int x = 0; x < width; ++x) {
+    int best = 0, lowest = c[0][x];
+    for (int k = 1; k < K; ++k) {
+      const int v = c[k][x];
+      best = v < lowest ? k : best;
+      lowest = v < lowest ? v : lowest;
+    }
+    // Neighbours of the winner (the winner itself at the ends, where no fit is made).
+    int a = lowest, b = lowest;
     for (int k = 0; k < K; ++k) {
-      const int d = d0 + k, xr = x - d;
-      rows[static_cast<size_t>(k)][x] =
-          d >= 0 && xr >= 0 ? static_cast<uint16_t>(__builtin_popcount(left[x] ^ right[xr])) : kMaxCost;
+      a = k == best - 1 ? int(c[k][x]) : a;
+      b = k == best + 1 ? int(c[k][x]) : b;
     }
+    const int rise = std::max(a, b) - lowest;
+    const bool inner = (best > 0) & (best < K - 1) & (rise > 0);
+    const float offset = inner ? 0.5f * static_cast<float>(a - b) / static_cast<float>(std::max(rise, 1)) : 0.f;
+    const float d = static_cast<float>(static_cast<int>(prior[x] + 0.5f) - K / 2 + best) + offset;
+    out[x] = prior[x] == prior[x] ? std::max(d, 0.f) : std::numeric_limits<float>::quiet_NaN();
+  }
+}
+
+PV_VECTOR_CLONES
+void selectRow(const uint16_t* const* cost, const float* prior, int width, int radius, float* out) {
+  switch (radius) {
+    case 1: selectRowK<3>(cost, prior, width, out); break;
+    case 2: selectRowK<5>(cost, prior, width, out); break;
+    default: selectRowK<7>(cost, prior, width, out); break;
   }
 }
 
@@ -47,14 +83,18 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
                         int window) {
   CV_Assert(census_left.type() == CV_32S && census_right.type() == CV_32S && prior_px.type() == CV_32F);
   CV_Assert(census_left.size() == census_right.size() && census_left.size() == prior_px.size());
-  CV_Assert(radius >= 1 && window % 2 == 1);
+  CV_Assert(radius >= 1 && radius <= 3 && window % 2 == 1);
   const int K = 2 * radius + 1, w = prior_px.cols;
   std::vector<cv::Mat> slices(static_cast<size_t>(K));
   for (cv::Mat& s : slices) s.create(prior_px.size(), CV_16U);
   cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y)
+    std::vector<uint16_t*> row_ptrs(static_cast<size_t>(K));
+    std::vector<int> first(static_cast<size_t>(w));
+    for (int y = rows.start; y < rows.end; ++y) {
+      for (int k = 0; k < K; ++k) row_ptrs[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint16_t>(y);
       offsetCostsRow(census_left.ptr<uint32_t>(y), census_right.ptr<uint32_t>(y), prior_px.ptr<float>(y), w, radius,
-                     slices, y);
+                     row_ptrs.data(), first.data());
+    }
   });
   for (cv::Mat& s : slices) cv::boxFilter(s, s, -1, cv::Size(window, window), cv::Point(-1, -1), false);
 
@@ -63,24 +103,7 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
     std::vector<const uint16_t*> cost(static_cast<size_t>(K));
     for (int y = rows.start; y < rows.end; ++y) {
       for (int k = 0; k < K; ++k) cost[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint16_t>(y);
-      const float* prior = prior_px.ptr<float>(y);
-      float* o = out.ptr<float>(y);
-      for (int x = 0; x < w; ++x) {
-        if (!(prior[x] == prior[x])) {
-          o[x] = std::numeric_limits<float>::quiet_NaN();
-          continue;
-        }
-        int best = 0;
-        for (int k = 1; k < K; ++k)
-          if (cost[static_cast<size_t>(k)][x] < cost[static_cast<size_t>(best)][x]) best = k;
-        float d = static_cast<float>(static_cast<int>(prior[x] + 0.5f) - radius + best);
-        if (best > 0 && best < K - 1) {
-          const int a = cost[static_cast<size_t>(best - 1)][x], c = cost[static_cast<size_t>(best + 1)][x];
-          const int denom = a + c - 2 * cost[static_cast<size_t>(best)][x];
-          if (denom > 0) d += static_cast<float>(a - c) / static_cast<float>(2 * denom);
-        }
-        o[x] = std::max(d, 0.f);
-      }
+      selectRow(cost.data(), prior_px.ptr<float>(y), w, radius, out.ptr<float>(y));
     }
   });
   return out;
