@@ -27,6 +27,7 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
       r.uniqueness_pct = 0;
       r.speckle_px = 100;
       r.full_refine_radius_px = 1;
+      r.full_refine_window_px = 13;
       r.edge_aware = true;
       r.edge_lambda = 300;
       r.edge_sigma = 1.5;
@@ -141,11 +142,16 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   if (l.size() != left.size()) {
     disparity = upsampleDisparity(disparity, left.size());
     confidence = nearestTo(confidence, left.size());
-    // The full-resolution image decides the last pixel: edges fall where the image has them and
-    // the sub-pixel fit uses all the pixels.
-    if (recipe.full_refine_radius_px > 0)
-      disparity = refineDisparity(censusTransform(left), censusTransform(right), disparity,
-                                  recipe.full_refine_radius_px, recipe.refine_window_px);
+    // The full-resolution image has the last word near edges.
+    // Only moves of more than a pixel are taken: they put edges where the full-resolution image has
+    // them, while on smooth surfaces the filtered half-resolution values are the steadier ones.
+    if (recipe.full_refine_radius_px > 0) {
+      cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), disparity,
+                                        recipe.full_refine_radius_px, recipe.full_refine_window_px);
+      cv::Mat moved;
+      cv::absdiff(refined, disparity, moved);
+      refined.copyTo(disparity, moved > 1.f);
+    }
   }
   out.disparity_px = disparity;
   out.confidence = confidence;
