@@ -18,7 +18,10 @@ cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff
     for (int x = 0; x < left_px.cols; ++x) {
       if (!std::isfinite(dl[x])) continue;
       const int xr = static_cast<int>(std::lround(x - dl[x]));
-      if (xr < 0) continue;  // not seen by the right camera: nothing to compare with
+      if (xr < 0) {  // its match would lie left of the right image: a guess of the smoothness
+        dl[x] = kNaN;
+        continue;
+      }
       if (!std::isfinite(dr[xr])) {
         dl[x] = kNaN;
         continue;

@@ -16,6 +16,7 @@
 #include "command.h"
 #include "core/internal/camera_state.h"
 #include "core/internal/coordinates.h"
+#include "ground_truth.h"
 #include "mapping/internal/mapping_module.h"
 #include "pv/camera.h"
 
@@ -31,48 +32,6 @@ struct Options {
   int memory_mb = 2048;
   pv::DEPTH_MODE depth_mode = pv::DEPTH_MODE::PERFORMANCE;
   int filter = -1;  // -1: none, else MeshFilterParameters::MESH_FILTER
-};
-
-/// Ground-truth trajectory (TUM: t tx ty tz qx qy qz qw, camera to world, right-handed y-up).
-struct GroundTruth {
-  std::vector<double> t_s;
-  std::vector<Eigen::Matrix4f> T_world_camera_image;  // converted to IMAGE axes
-
-  bool read(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) return false;
-    const Eigen::Matrix3f C = pv::internal::basisFromImage(pv::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
-    std::string line;
-    while (std::getline(in, line)) {
-      if (line.empty() || line[0] == '#') continue;
-      std::istringstream s(line);
-      double t, x, y, z, qx, qy, qz, qw;
-      if (!(s >> t >> x >> y >> z >> qx >> qy >> qz >> qw)) return false;
-      Eigen::Matrix4f T = Eigen::Matrix4f::Identity();
-      T.topLeftCorner<3, 3>() =
-          C.transpose() *
-          Eigen::Quaternionf(float(qw), float(qx), float(qy), float(qz)).normalized().toRotationMatrix() * C;
-      T.topRightCorner<3, 1>() = C.transpose() * Eigen::Vector3f(float(x), float(y), float(z));
-      t_s.push_back(t);
-      T_world_camera_image.push_back(T);
-    }
-    return !t_s.empty();
-  }
-
-  /// Pose of a frame: by timestamp (within 5 ms), else by its index.
-  bool pose(uint64_t timestamp_ns, int index, Eigen::Matrix4f& T) const {
-    const double t = double(timestamp_ns) * 1e-9;
-    size_t best = 0;
-    for (size_t i = 1; i < t_s.size(); ++i)
-      if (std::abs(t_s[i] - t) < std::abs(t_s[best] - t)) best = i;
-    if (std::abs(t_s[best] - t) < 0.005) {
-      T = T_world_camera_image[best];
-      return true;
-    }
-    if (index < 0 || size_t(index) >= t_s.size()) return false;
-    T = T_world_camera_image[size_t(index)];
-    return true;
-  }
 };
 
 int parse(const pavo::Args& args, Options& o) {
@@ -257,9 +216,9 @@ int runMap(int argc, char** argv) {
   mp.use_chunk_only = true;
   mp.map_type = o.points ? pv::SPATIAL_MAP_TYPE::FUSED_POINT_CLOUD : pv::SPATIAL_MAP_TYPE::MESH;
 
-  GroundTruth gt;
+  pavo::GroundTruth gt;
   if (o.gt_poses) {
-    const std::string base = o.ktr.size() > 4 ? o.ktr.substr(0, o.ktr.size() - 4) : o.ktr;
+    const std::string base = pavo::recordingStem(o.ktr);
     if (!gt.read(base + ".gt.txt")) return pavo::failure(kName, "--gt-poses: cannot read " + base + ".gt.txt");
     pv::internal::CameraState* state = camera.state();
     state->refined_pose = [&gt, state](int index, Eigen::Matrix4f& T) {
