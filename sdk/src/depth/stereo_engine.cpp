@@ -142,15 +142,18 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   if (l.size() != left.size()) {
     disparity = upsampleDisparity(disparity, left.size());
     confidence = nearestTo(confidence, left.size());
-    // The full-resolution image has the last word near edges.
-    // Only moves of more than a pixel are taken: they put edges where the full-resolution image has
-    // them, while on smooth surfaces the filtered half-resolution values are the steadier ones.
+    // Near depth edges (the disparity changing by more than a pixel within two pixels) the
+    // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
+    // filtered half-resolution values are the steadier ones.
     if (recipe.full_refine_radius_px > 0) {
-      cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), disparity,
-                                        recipe.full_refine_radius_px, recipe.full_refine_window_px);
-      cv::Mat moved;
-      cv::absdiff(refined, disparity, moved);
-      refined.copyTo(disparity, moved > 1.f);
+      const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), disparity,
+                                              recipe.full_refine_radius_px, recipe.full_refine_window_px);
+      cv::Mat filled = disparity.clone(), hi, lo;
+      filled.setTo(0.f, invalidMask(filled));
+      const cv::Mat box = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5));
+      cv::dilate(filled, hi, box);
+      cv::erode(filled, lo, box);
+      refined.copyTo(disparity, (hi - lo) > 1.f);
     }
   }
   out.disparity_px = disparity;

@@ -99,8 +99,8 @@ TEST(DepthDataset, LoadsAFolderAndScoresAgainstItsGroundTruth) {
   EXPECT_FALSE(loadStereoSample(dir + "/nothing", s, error));
 }
 
-// The modes against OpenCV's SGBM on the real pairs: the better modes beat it, the fast one stays
-// close. Invalid pixels count as errors for both.
+// The modes against OpenCV's SGBM on the real pairs: QUALITY has at most 0.8 and ULTRA 0.7 of its
+// bad pixels, PERFORMANCE at most 1.2 times as many. Invalid pixels count as errors for both.
 TEST(DepthDataset, ModesAgainstTheBaselineOnSharedPairs) {
   MAPURA_REQUIRE_SHARED(root, "middlebury_v2");
   for (const std::string rel : {"middlebury_v2/tsukuba", "middlebury_v2/venus", "eth3d_two_view/terrace"}) {
@@ -122,7 +122,7 @@ TEST(DepthDataset, ModesAgainstTheBaselineOnSharedPairs) {
       StereoOutput out;
       ASSERT_TRUE(computeStereo(left, right, params, out, error)) << error;
       const DisparityErrors e = compareDisparity(out.disparity_px, s.gt_disparity_px, s.eval_mask);
-      const double allowed = mode == DEPTH_MODE::PERFORMANCE ? 1.2 : 1.0;
+      const double allowed = mode == DEPTH_MODE::PERFORMANCE ? 1.2 : (mode == DEPTH_MODE::QUALITY ? 0.8 : 0.7);
       EXPECT_LT(e.bad2_pct, allowed * base.bad2_pct) << rel << " " << toString(mode).c_str();
       EXPECT_GT(e.valid_pct, 95.0) << rel << " " << toString(mode).c_str();
     }

@@ -44,7 +44,7 @@ struct TsdfParameters {
   float max_depth_m = 5.f;      ///< depth farther than this (the range) is not fused
   float max_weight = 100.f;     ///< cap of the running average's weight
   float chunk_target_m = 1.5f;  ///< chunk side, rounded to whole blocks
-  float edge_jump = 0.04f;      ///< depth step to a neighbour, relative, that marks a depth edge
+  float edge_jump = 0.02f;      ///< depth step to a neighbour, relative, that marks a depth edge
 };
 
 /// One depth frame to fuse. `depth_m`: CV_32F, NaN or 0 where invalid; `bgr`: CV_8UC3 of the same
