@@ -146,14 +146,18 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
     // filtered half-resolution values are the steadier ones.
     if (recipe.full_refine_radius_px > 0) {
-      const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), disparity,
-                                              recipe.full_refine_radius_px, recipe.full_refine_window_px);
       cv::Mat filled = disparity.clone(), hi, lo;
       filled.setTo(0.f, invalidMask(filled));
       const cv::Mat box = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5));
       cv::dilate(filled, hi, box);
       cv::erode(filled, lo, box);
-      refined.copyTo(disparity, (hi - lo) > 1.f);
+      const cv::Mat near_edge = (hi - lo) > 1.f;
+      // Only those pixels are searched (a NaN prior costs next to nothing).
+      cv::Mat prior(disparity.size(), CV_32F, cv::Scalar(std::numeric_limits<float>::quiet_NaN()));
+      disparity.copyTo(prior, near_edge);
+      const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), prior,
+                                              recipe.full_refine_radius_px, recipe.full_refine_window_px);
+      refined.copyTo(disparity, near_edge);
     }
   }
   out.disparity_px = disparity;

@@ -31,7 +31,7 @@ struct SgmParameters {
   int uniqueness_pct = 10;   ///< margin the best cost must win by, percent
   bool with_right = false;   ///< also the right image's disparity, from the same costs
   int ad_cap = 8;            ///< 0: census only; else the difference of horizontal gradients,
-  int ad_shift = 0;          ///< capped at this and divided by 2^ad_shift, is added to the cost
+                             ///< capped at this, is added to the cost
 };
 
 struct SgmResult {
