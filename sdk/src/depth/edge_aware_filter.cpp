@@ -20,9 +20,11 @@ cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight_in, c
   weighted.setTo(0, ~valid);
   cv::Mat num, den;
   constexpr double kLambdaAttenuation = 0.25;  // the smoother's default
-  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weighted, num, lambda, sigma_color, kLambdaAttenuation,
-                                         iterations);
-  cv::ximgproc::fastGlobalSmootherFilter(guide_gray, weight, den, lambda, sigma_color, kLambdaAttenuation, iterations);
+  // One smoother for both: its weights come from the guide alone, so they are computed once.
+  const cv::Ptr<cv::ximgproc::FastGlobalSmootherFilter> smoother =
+      cv::ximgproc::createFastGlobalSmootherFilter(guide_gray, lambda, sigma_color, kLambdaAttenuation, iterations);
+  smoother->filter(weighted, num);
+  smoother->filter(weight, den);
   cv::Mat out;
   cv::divide(num, den, out);
   out.setTo(std::numeric_limits<float>::quiet_NaN(), den < 1e-3f);
