@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
+#include <vector>
 
 #include "depth/internal/stereo_stages.h"
 
@@ -21,6 +22,7 @@ namespace pv::internal {
   void matchStripe(const SgmParameters& p, const cv::Mat& left, const cv::Mat& ad_left, const cv::Mat& ad_right, \
                    const cv::Mat& census_l, const cv::Mat& census_r, int y0, int y1, SgmResult& result);         \
   }
+PV_DECLARE_STRIPE_MATCHER(sgm_avx512_popcount)
 PV_DECLARE_STRIPE_MATCHER(sgm_avx512)
 PV_DECLARE_STRIPE_MATCHER(sgm_avx2)
 PV_DECLARE_STRIPE_MATCHER(sgm_baseline)
@@ -42,16 +44,37 @@ cv::Mat gradientImage(const cv::Mat& gray) {
   return out;
 }
 
-StripeMatcher pickStripeMatcher() {
+// Kernels in order of preference, with whether the running CPU has what each needs.
+struct Kernel {
+  StripeMatcher match;
+  bool runs;
+};
+
+std::vector<Kernel> kernels() {
+  std::vector<Kernel> k{{sgm_baseline::matchStripe, true},
+                        {sgm_avx2::matchStripe, false},
+                        {sgm_avx512::matchStripe, false},
+                        {sgm_avx512_popcount::matchStripe, false}};
 #if defined(PV_SGM_ISA_BUILDS) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
   __builtin_cpu_init();
-  if (__builtin_cpu_supports("x86-64-v4")) return sgm_avx512::matchStripe;
-  if (__builtin_cpu_supports("x86-64-v3")) return sgm_avx2::matchStripe;
+  k[1].runs = __builtin_cpu_supports("x86-64-v3");
+  k[2].runs = __builtin_cpu_supports("x86-64-v4");
+  k[3].runs = k[2].runs && __builtin_cpu_supports("avx512vpopcntdq");
 #endif
-  return sgm_baseline::matchStripe;
+  return k;
+}
+
+StripeMatcher pickStripeMatcher(int wanted) {
+  static const std::vector<Kernel> all = kernels();
+  if (wanted >= 0) return wanted < int(all.size()) && all[size_t(wanted)].runs ? all[size_t(wanted)].match : nullptr;
+  for (auto it = all.rbegin(); it != all.rend(); ++it)
+    if (it->runs) return it->match;
+  return all.front().match;
 }
 
 }  // namespace
+
+bool sgmKernelRuns(int kernel) { return kernel >= 0 && pickStripeMatcher(kernel) != nullptr; }
 
 SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParameters& p) {
   CV_Assert(left.type() == CV_8UC1 && right.type() == CV_8UC1 && left.size() == right.size());
@@ -69,7 +92,9 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
   if (p.with_right) result.right_px.create(left.size(), CV_32F);
 
   const int stripes = std::max(1, std::min(cv::getNumThreads(), h / 32));
-  static const StripeMatcher match_stripe = pickStripeMatcher();
+  static const StripeMatcher best = pickStripeMatcher(-1);
+  const StripeMatcher match_stripe = p.kernel < 0 ? best : pickStripeMatcher(p.kernel);
+  CV_Assert(match_stripe != nullptr);
   cv::parallel_for_(cv::Range(0, stripes), [&](const cv::Range& range) {
     for (int s = range.start; s < range.end; ++s)
       match_stripe(p, left, ad_left, ad_right, census_l, census_r, h * s / stripes, h * (s + 1) / stripes, result);

@@ -163,5 +163,28 @@ TEST(DepthStages, MatcherFindsLeftAndRightDisparities) {
   }
 }
 
+TEST(DepthStages, EveryMatcherKernelGivesTheBaselineResult) {
+  // A textured box in front of a plane, matched by each instruction set's kernel: all the same.
+  const auto step = mapura::test::renderStep(cv::Size(200, 120), 7.f, 19.f, cv::Rect(60, 30, 70, 50), 4);
+  SgmParameters params;
+  params.num_disparities = 32;
+  params.with_right = true;
+  params.kernel = 0;
+  const SgmResult base = censusSgm(step.left, step.right, params);
+  int compared = 0;
+  for (int kernel = 1; kernel <= 3; ++kernel) {
+    if (!sgmKernelRuns(kernel)) continue;
+    params.kernel = kernel;
+    const SgmResult k = censusSgm(step.left, step.right, params);
+    // NaN compares unequal, so compare the bytes.
+    const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+    EXPECT_EQ(cv::countNonZero(bytes(base.left_px) != bytes(k.left_px)), 0) << kernel;
+    EXPECT_EQ(cv::countNonZero(bytes(base.right_px) != bytes(k.right_px)), 0) << kernel;
+    ++compared;
+  }
+  EXPECT_FALSE(sgmKernelRuns(4));
+  if (compared == 0) GTEST_SKIP() << "this CPU runs the baseline kernel only";
+}
+
 }  // namespace
 }  // namespace pv::internal

@@ -32,6 +32,8 @@ struct SgmParameters {
   bool with_right = false;   ///< also the right image's disparity, from the same costs
   int ad_cap = 8;            ///< 0: census only; else the difference of horizontal gradients,
                              ///< capped at this, is added to the cost
+  int kernel = -1;           ///< -1: the fastest the CPU runs; else 0 baseline, 1 AVX2, 2 AVX-512,
+                             ///< 3 AVX-512 with bit counts (tests compare them)
 };
 
 struct SgmResult {
@@ -42,6 +44,8 @@ struct SgmResult {
 /// Semi-global matching of a rectified pair (`left` and `right` CV_8UC1 of one size). Left pixels
 /// whose matches would fall left of the right image are matched by smoothness alone.
 SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParameters& params);
+/// Whether this build and CPU run matcher kernel `kernel` (see SgmParameters::kernel).
+bool sgmKernelRuns(int kernel);
 
 /// Disparity of the left image searched only within `radius` pixels of a prior (CV_32F at this
 /// level, NaN where unknown), the census costs (census_left/right, of this level's pair) summed
