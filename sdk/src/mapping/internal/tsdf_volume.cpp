@@ -3,14 +3,13 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
-#include <unordered_set>
+#include <cstdio>
 
 namespace pv::internal {
 
 namespace {
-
-bool usable(float d, float min_m, float max_m) { return std::isfinite(d) && d > 0.f && d >= min_m && d <= max_m; }
 
 /// Inverse variance of stereo-like depth noise (sigma grows with z^2), 1 at one metre, bounded so
 /// that very near pixels cannot freeze the average.
@@ -56,57 +55,38 @@ int TsdfVolume::allocate(const GridKey& key) {
 }
 
 void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, IntegrationStats& stats) {
-  const float block_m = kBlockSide * p_.voxel_m;
-  const float trunc_m = p_.truncation_vox * p_.voxel_m;
-  const float inv_block = 1.f / block_m;
-  // Pixel stride: the footprint of `stride` pixels at the far end stays under half a block.
-  const int stride = std::clamp(int(0.5 * block_m * f.fx / std::max(p_.max_depth_m, 0.1f)), 1, 8);
-  const int steps = std::max(2, int(std::ceil(2.f * trunc_m / (0.5f * block_m))));
-  const Eigen::Matrix3f R = f.T_world_camera.topLeftCorner<3, 3>();
-  const Eigen::Vector3f t = f.T_world_camera.topRightCorner<3, 1>();
-
-  std::unordered_set<GridKey, GridKeyHash> keys;
-  keys.reserve(8192);
-  GridKey last{INT32_MIN, 0, 0};
-  for (int v = stride / 2; v < f.depth_m.rows; v += stride) {
-    const float* row = f.depth_m.ptr<float>(v);
-    for (int u = stride / 2; u < f.depth_m.cols; u += stride) {
-      const float d = row[u];
-      if (!usable(d, p_.min_depth_m, p_.max_depth_m)) continue;
-      const Eigen::Vector3f ray(float((u - f.cx) / f.fx), float((v - f.cy) / f.fy), 1.f);
-      const Eigen::Vector3f dir = ray.normalized();
-      const Eigen::Vector3f p_cam = ray * d;
-      for (int s = 0; s <= steps; ++s) {
-        const float offset = -trunc_m + 2.f * trunc_m * float(s) / float(steps);
-        const Eigen::Vector3f p = R * (p_cam + dir * offset) + t;
-        const GridKey key{int(std::floor(p.x() * inv_block)), int(std::floor(p.y() * inv_block)),
-                          int(std::floor(p.z() * inv_block))};
-        if (key == last) continue;
-        last = key;
-        keys.insert(key);
-      }
-    }
-  }
+  BandView view;
+  view.fx = f.fx;
+  view.fy = f.fy;
+  view.cx = f.cx;
+  view.cy = f.cy;
+  view.R_world_camera = f.T_world_camera.topLeftCorner<3, 3>();
+  view.t_world_camera = f.T_world_camera.topRightCorner<3, 1>();
+  view.voxel_m = p_.voxel_m;
+  view.truncation_m = p_.truncation_vox * p_.voxel_m;
+  band_finder_.find(depth_, view, band_keys_);
   out.clear();
-  out.reserve(keys.size());
-  for (const GridKey& key : keys) {
-    const bool existed = block_index_.count(key) > 0;
+  out.reserve(band_keys_.size());
+  for (const uint64_t packed : band_keys_) {
+    GridKey key;
+    unpackBlockKey(packed, key.x, key.y, key.z);
+    const size_t before = blocks_.size();
     const int index = allocate(key);
     if (index < 0) {
       ++stats.blocks_refused;
       continue;
     }
-    if (!existed) ++stats.blocks_allocated;
+    if (blocks_.size() > before) ++stats.blocks_allocated;
     out.push_back(index);
   }
 }
 
-void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Mat& depth, const Eigen::Matrix3f& R_cw,
+void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
                                 const Eigen::Vector3f& t_cw) const {
   const float vox = p_.voxel_m;
   const float inv_trunc = 1.f / (p_.truncation_vox * vox);
   const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
-  const int w = f.depth_m.cols, h = f.depth_m.rows;
+  const int w = depth_.cols, h = depth_.rows;
   const bool colour = !f.bgr.empty();
   const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
                                  float(b.key.z * kBlockSide) * vox);
@@ -121,57 +101,53 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Ma
   const float wn = noiseWeight(centre.z());
   const float fw = float(w), fh = float(h);
   const float max_weight = p_.max_weight;
-  // Both images are continuous (the depth is made here, the colour checked by the caller).
-  const float* depth_data = depth.ptr<float>();
-  const uint8_t* bgr_data = colour ? f.bgr.ptr<uint8_t>() : nullptr;
+  const float* depth_data = depth_buffer_.data();
+  const int outside = w * h;  // the 0 past the last pixel
+  // Three passes over the block's voxels, so that the projection and the update vectorise: the
+  // projection, the gather of the depth under each voxel, the running averages.
+  alignas(32) float zs[kBlockVoxels];
+  alignas(32) int pixel[kBlockVoxels];
   for (int k = 0; k < kBlockSide; ++k) {
     for (int j = 0; j < kBlockSide; ++j) {
       const Eigen::Vector3f row = origin_c + ay * float(j) + az * float(k);
-      // Projection of the row's 8 voxels first (a loop the compiler vectorises), then the updates.
-      float zs[kBlockSide], us[kBlockSide], vs[kBlockSide];
+      const int row_start = kBlockSide * j + kBlockSide * kBlockSide * k;
       for (int i = 0; i < kBlockSide; ++i) {
         const float x = row.x() + ax.x() * float(i), y = row.y() + ax.y() * float(i), z = row.z() + ax.z() * float(i);
         const float inv_z = 1.f / z;
-        zs[i] = z;
-        us[i] = fx * x * inv_z + cx + 0.5f;
-        vs[i] = fy * y * inv_z + cy + 0.5f;
-      }
-      // Depth under each voxel (0: outside the image or unusable), gathered one by one.
-      float ds[kBlockSide];
-      int pixel[kBlockSide];
-      for (int i = 0; i < kBlockSide; ++i) {
-        const bool inside = zs[i] > 0.f && us[i] >= 0.f && vs[i] >= 0.f && us[i] < fw && vs[i] < fh;
-        pixel[i] = inside ? int(vs[i]) * w + int(us[i]) : 0;
-        ds[i] = inside ? depth_data[pixel[i]] : 0.f;
-      }
-      // Branch-free running averages over the row (the compiler vectorises this loop).
-      const int row_start = kBlockSide * j + kBlockSide * kBlockSide * k;
-      float* T = b.tsdf.data() + row_start;
-      float* W = b.weight.data() + row_start;
-      float near_surface[kBlockSide], rate[kBlockSide];
-      for (int i = 0; i < kBlockSide; ++i) {
-        // Signed distance along the ray through the voxel, in truncation units.
-        const float value = (ds[i] - zs[i]) * scale;
-        // Free space seen again where only free space was seen: nothing to average. (Masks as
-        // numbers, so that the loop has no branch.)
-        const float settled = float(value >= 1.f) * float(T[i] >= 1.f) * float(W[i] > 0.f);
-        const float update = float(ds[i] > 0.f) * float(value >= -1.f) * (1.f - settled);
-        const float total = W[i] + wn;
-        const float a = update * wn / total;
-        T[i] += a * (std::min(1.f, value) - T[i]);
-        W[i] += update * (std::min(total, max_weight) - W[i]);
-        rate[i] = a;
-        near_surface[i] = float(value < 1.f) * a;
-      }
-      if (!colour) continue;
-      for (int i = 0; i < kBlockSide; ++i) {
-        if (near_surface[i] <= 0.f) continue;
-        const uint8_t* c = bgr_data + 3 * pixel[i];
-        auto& dst = b.bgr[size_t(row_start + i)];
-        for (int ch = 0; ch < 3; ++ch)
-          dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[i] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
+        const float u = fx * x * inv_z + cx + 0.5f, v = fy * y * inv_z + cy + 0.5f;
+        const bool inside = (z > 0.f) & (u >= 0.f) & (v >= 0.f) & (u < fw) & (v < fh);
+        zs[row_start + i] = z;
+        pixel[row_start + i] = inside ? int(v) * w + int(u) : outside;
       }
     }
+  }
+  alignas(32) float ds[kBlockVoxels];
+  for (int n = 0; n < kBlockVoxels; ++n) ds[n] = depth_data[pixel[n]];
+  alignas(32) float rate[kBlockVoxels];
+  float* T = b.tsdf.data();
+  float* W = b.weight.data();
+  for (int n = 0; n < kBlockVoxels; ++n) {
+    // Signed distance along the ray through the voxel, in truncation units.
+    const float value = (ds[n] - zs[n]) * scale;
+    // Free space seen again where only free space was seen: nothing to average. (Masks as
+    // numbers, so that the loop has no branch.)
+    const float settled = float(value >= 1.f) * float(T[n] >= 1.f) * float(W[n] > 0.f);
+    const float update = float(ds[n] > 0.f) * float(value >= -1.f) * (1.f - settled);
+    const float total = W[n] + wn;
+    const float a = update * wn / total;
+    T[n] += a * (std::min(1.f, value) - T[n]);
+    W[n] += update * (std::min(total, max_weight) - W[n]);
+    // Colour follows the surface only: the rate near it, 0 elsewhere.
+    rate[n] = float(value < 1.f) * a;
+  }
+  if (!colour) return;
+  const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
+  for (int n = 0; n < kBlockVoxels; ++n) {
+    if (rate[n] <= 0.f) continue;
+    const uint8_t* c = bgr_data + 3 * pixel[n];
+    auto& dst = b.bgr[size_t(n)];
+    for (int ch = 0; ch < 3; ++ch)
+      dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[n] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
   }
 }
 
@@ -196,28 +172,20 @@ void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
   }
 }
 
-IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
-  IntegrationStats stats;
-  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
-  // Colour is used when it matches the depth pixel for pixel.
-  DepthFrame frame = input;
-  if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
-    frame.bgr.release();
-  else if (!frame.bgr.isContinuous())
-    frame.bgr = frame.bgr.clone();
-  std::vector<int> band;
-  collectBlocks(frame, band, stats);
+void TsdfVolume::filterDepth(const cv::Mat& depth_m) {
   // Depth with every unusable pixel set to 0: invalid, out of range, or on a depth edge (a pixel
   // that jumps from a 4-neighbour by more than a few percent of its depth mixes two surfaces).
-  cv::Mat depth(frame.depth_m.size(), CV_32F);
+  const int cols = depth_m.cols, rows = depth_m.rows;
+  depth_buffer_.resize(size_t(cols) * size_t(rows) + 1);
+  depth_buffer_.back() = 0.f;
+  depth_ = cv::Mat(rows, cols, CV_32F, depth_buffer_.data());
   const float min_m = p_.min_depth_m, max_m = p_.max_depth_m, jump = p_.edge_jump;
-  tbb::parallel_for(tbb::blocked_range<int>(0, depth.rows, 32), [&](const tbb::blocked_range<int>& r) {
-    const int cols = depth.cols, rows = depth.rows;
+  tbb::parallel_for(tbb::blocked_range<int>(0, rows, 32), [&](const tbb::blocked_range<int>& r) {
     for (int v = r.begin(); v < r.end(); ++v) {
-      const float* src = frame.depth_m.ptr<float>(v);
-      const float* up = frame.depth_m.ptr<float>(std::max(v - 1, 0));
-      const float* down = frame.depth_m.ptr<float>(std::min(v + 1, rows - 1));
-      float* dst = depth.ptr<float>(v);
+      const float* src = depth_m.ptr<float>(v);
+      const float* up = depth_m.ptr<float>(std::max(v - 1, 0));
+      const float* down = depth_m.ptr<float>(std::min(v + 1, rows - 1));
+      float* dst = depth_.ptr<float>(v);
       // Comparisons with NaN are false, so invalid pixels and neighbours drop out without tests;
       // the masks combine with & so that the interior loop has no branch and vectorises.
       dst[0] = 0.f;
@@ -232,10 +200,24 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
       }
     }
   });
+}
+
+IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
+  IntegrationStats stats;
+  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
+  // Colour is used when it matches the depth pixel for pixel.
+  DepthFrame frame = input;
+  if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
+    frame.bgr.release();
+  else if (!frame.bgr.isContinuous())
+    frame.bgr = frame.bgr.clone();
+  filterDepth(frame.depth_m);
+  std::vector<int> band;
+  collectBlocks(frame, band, stats);
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
   const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
   tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, depth, R_cw, t_cw);
+    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
   });
   for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
   stats.blocks_updated = int(band.size());
