@@ -1,5 +1,6 @@
-// Finds the voxel blocks that a depth frame updates: those holding a voxel centre that projects
-// onto a usable pixel and lies within the truncation band of that pixel's depth.
+// The depth a frame fuses (unusable pixels set to 0) and the voxel blocks it updates: those
+// holding a voxel centre that projects onto a fused pixel and lies within the truncation band of
+// that pixel's depth.
 #pragma once
 
 #include <Eigen/Core>
@@ -38,27 +39,41 @@ class BlockKeySet {
   size_t size_ = 0;
 };
 
-/// Pinhole view of one frame and the band it fuses, in metres.
+/// One frame's view and what of its depth is fused, in metres.
 struct BandView {
   double fx = 0, fy = 0, cx = 0, cy = 0;
   Eigen::Matrix3f R_world_camera = Eigen::Matrix3f::Identity();
   Eigen::Vector3f t_world_camera = Eigen::Vector3f::Zero();
   float voxel_m = 0.05f;
   float truncation_m = 0.2f;
+  float min_depth_m = 0.f, max_depth_m = 5.f;
+  float edge_jump = 0.04f;  ///< depth step to a 4-neighbour, relative, that marks a depth edge
 };
 
-/// The image in square tiles; a tile whose depths spread over more than a fraction of the band is
-/// split in four, down to single pixels, so that a depth edge does not fill the free space
-/// between its two sides. Each tile's frustum between its nearest depth minus the truncation and
-/// its farthest plus the truncation contains the band of all its pixels; the blocks whose voxel
-/// centres meet that frustum are the result. Conservative: no block of the band is missed.
-class BandBlockFinder {
+/// Works in rows of 8x8-pixel tiles, in parallel: filters the rows, then takes each tile's
+/// frustum between its nearest depth minus the truncation and its farthest plus the truncation,
+/// which contains the band of all its pixels, and the blocks whose voxel centres meet it. A tile
+/// whose depths spread over more than the truncation is split in four, down to single pixels, so
+/// that a depth edge does not fill the free space between its sides; neighbouring tiles of
+/// nearly one depth share one frustum. Conservative: no block of the band is missed.
+class DepthBand {
  public:
-  /// `depth_m`: CV_32F, continuous, 0 at every pixel that is not fused. `keys`: packed keys of
-  /// the blocks, each once, in an order that depends on the frame only.
-  void find(const cv::Mat& depth_m, const BandView& view, std::vector<uint64_t>& keys);
+  /// `depth_m`: CV_32F, NaN or 0 where invalid. `keys`: packed keys of the blocks, each once, in
+  /// an order that depends on the frame only.
+  void compute(const cv::Mat& depth_m, const BandView& view, std::vector<uint64_t>& keys);
+  /// The fused depth of the last frame: 0 at every pixel that is not fused (invalid, out of range,
+  /// on a depth edge, or in the outermost columns), continuous, followed by one more 0 that
+  /// `outsideIndex()` addresses.
+  const float* depth() const { return buffer_.data(); }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int outsideIndex() const { return width_ * height_; }
 
  private:
+  void filterRows(const cv::Mat& depth_m, const BandView& view, int v0, int v1, float* column_lo, float* column_hi);
+
+  std::vector<float> buffer_;
+  int width_ = 0, height_ = 0;
   std::vector<std::vector<uint64_t>> tile_rows_;  ///< keys found per row of tiles
   BlockKeySet seen_;
 };

@@ -64,7 +64,10 @@ void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, Integ
   view.t_world_camera = f.T_world_camera.topRightCorner<3, 1>();
   view.voxel_m = p_.voxel_m;
   view.truncation_m = p_.truncation_vox * p_.voxel_m;
-  band_finder_.find(depth_, view, band_keys_);
+  view.min_depth_m = p_.min_depth_m;
+  view.max_depth_m = p_.max_depth_m;
+  view.edge_jump = p_.edge_jump;
+  band_.compute(f.depth_m, view, band_keys_);
   out.clear();
   out.reserve(band_keys_.size());
   for (const uint64_t packed : band_keys_) {
@@ -86,7 +89,7 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
   const float vox = p_.voxel_m;
   const float inv_trunc = 1.f / (p_.truncation_vox * vox);
   const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
-  const int w = depth_.cols, h = depth_.rows;
+  const int w = band_.width(), h = band_.height();
   const bool colour = !f.bgr.empty();
   const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
                                  float(b.key.z * kBlockSide) * vox);
@@ -101,8 +104,8 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
   const float wn = noiseWeight(centre.z());
   const float fw = float(w), fh = float(h);
   const float max_weight = p_.max_weight;
-  const float* depth_data = depth_buffer_.data();
-  const int outside = w * h;  // the 0 past the last pixel
+  const float* depth_data = band_.depth();
+  const int outside = band_.outsideIndex();
   // Three passes over the block's voxels, so that the projection and the update vectorise: the
   // projection, the gather of the depth under each voxel, the running averages.
   alignas(32) float zs[kBlockVoxels];
@@ -129,16 +132,19 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
   for (int n = 0; n < kBlockVoxels; ++n) {
     // Signed distance along the ray through the voxel, in truncation units.
     const float value = (ds[n] - zs[n]) * scale;
-    // Free space seen again where only free space was seen: nothing to average. (Masks as
-    // numbers, so that the loop has no branch.)
-    const float settled = float(value >= 1.f) * float(T[n] >= 1.f) * float(W[n] > 0.f);
-    const float update = float(ds[n] > 0.f) * float(value >= -1.f) * (1.f - settled);
+    // Free space seen again where only free space was seen: nothing to average. (Everything is
+    // computed and then selected, so that the loop has no branch and vectorises.)
+    const bool settled = (value >= 1.f) & (T[n] >= 1.f) & (W[n] > 0.f);
+    const bool update = (ds[n] > 0.f) & (value >= -1.f) & !settled;
     const float total = W[n] + wn;
-    const float a = update * wn / total;
-    T[n] += a * (std::min(1.f, value) - T[n]);
-    W[n] += update * (std::min(total, max_weight) - W[n]);
+    const float ratio = wn / total;
+    const float a = update ? ratio : 0.f;
+    const float clipped = value < 1.f ? value : 1.f;
+    const float capped = total < max_weight ? total : max_weight;
+    T[n] += a * (clipped - T[n]);
+    W[n] += update ? capped - W[n] : 0.f;
     // Colour follows the surface only: the rate near it, 0 elsewhere.
-    rate[n] = float(value < 1.f) * a;
+    rate[n] = value < 1.f ? a : 0.f;
   }
   if (!colour) return;
   const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
@@ -172,36 +178,6 @@ void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
   }
 }
 
-void TsdfVolume::filterDepth(const cv::Mat& depth_m) {
-  // Depth with every unusable pixel set to 0: invalid, out of range, or on a depth edge (a pixel
-  // that jumps from a 4-neighbour by more than a few percent of its depth mixes two surfaces).
-  const int cols = depth_m.cols, rows = depth_m.rows;
-  depth_buffer_.resize(size_t(cols) * size_t(rows) + 1);
-  depth_buffer_.back() = 0.f;
-  depth_ = cv::Mat(rows, cols, CV_32F, depth_buffer_.data());
-  const float min_m = p_.min_depth_m, max_m = p_.max_depth_m, jump = p_.edge_jump;
-  tbb::parallel_for(tbb::blocked_range<int>(0, rows, 32), [&](const tbb::blocked_range<int>& r) {
-    for (int v = r.begin(); v < r.end(); ++v) {
-      const float* src = depth_m.ptr<float>(v);
-      const float* up = depth_m.ptr<float>(std::max(v - 1, 0));
-      const float* down = depth_m.ptr<float>(std::min(v + 1, rows - 1));
-      float* dst = depth_.ptr<float>(v);
-      // Comparisons with NaN are false, so invalid pixels and neighbours drop out without tests;
-      // the masks combine with & so that the interior loop has no branch and vectorises.
-      dst[0] = 0.f;
-      dst[cols - 1] = 0.f;
-      for (int u = 1; u + 1 < cols; ++u) {
-        const float d = src[u], limit = jump * d;
-        const float l = src[u - 1], rt = src[u + 1], a = up[u], b = down[u];
-        const bool ok = (d >= min_m) & (d <= max_m) & (d > 0.f);
-        const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
-                          ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
-        dst[u] = (ok & !edge) ? d : 0.f;
-      }
-    }
-  });
-}
-
 IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   IntegrationStats stats;
   if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
@@ -211,7 +187,6 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
     frame.bgr.release();
   else if (!frame.bgr.isContinuous())
     frame.bgr = frame.bgr.clone();
-  filterDepth(frame.depth_m);
   std::vector<int> band;
   collectBlocks(frame, band, stats);
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();

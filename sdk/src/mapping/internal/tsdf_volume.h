@@ -95,7 +95,6 @@ class TsdfVolume {
 
  private:
   int allocate(const GridKey& key);
-  void filterDepth(const cv::Mat& depth_m);
   void collectBlocks(const DepthFrame& frame, std::vector<int>& out, IntegrationStats& stats);
   void integrateBlock(VoxelBlock& block, const DepthFrame& frame, const Eigen::Matrix3f& R_cw,
                       const Eigen::Vector3f& t_cw) const;
@@ -108,12 +107,9 @@ class TsdfVolume {
   std::unordered_map<GridKey, int, GridKeyHash> block_index_;
   std::vector<ChunkInfo> chunks_;
   std::unordered_map<GridKey, int, GridKeyHash> chunk_index_;
-  // Scratch reused from frame to frame: the fused depth (0 where unusable) with one 0 past its
-  // last pixel, which voxels outside the image read; the band's block keys and their finder.
-  std::vector<float> depth_buffer_;
-  cv::Mat depth_;
+  // Scratch reused from frame to frame: the fused depth and the keys of its band's blocks.
+  DepthBand band_;
   std::vector<uint64_t> band_keys_;
-  BandBlockFinder band_finder_;
 };
 
 /// floor(a / b) for integers.
