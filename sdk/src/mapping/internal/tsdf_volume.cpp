@@ -3,9 +3,9 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <cstdio>
+
+#include "mapping/internal/voxel_update.h"
 
 namespace pv::internal {
 
@@ -87,66 +87,33 @@ void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, Integ
 void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
                                 const Eigen::Vector3f& t_cw) const {
   const float vox = p_.voxel_m;
-  const float inv_trunc = 1.f / (p_.truncation_vox * vox);
-  const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
-  const int w = band_.width(), h = band_.height();
-  const bool colour = !f.bgr.empty();
   const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
                                  float(b.key.z * kBlockSide) * vox);
   const Eigen::Vector3f origin_c = R_cw * origin_w + t_cw;
-  const Eigen::Vector3f ax = R_cw.col(0) * vox, ay = R_cw.col(1) * vox, az = R_cw.col(2) * vox;
+  const Eigen::Matrix3f steps = R_cw * vox;
   // Ray length over depth, nearly constant over one block: taken at its centre.
-  const Eigen::Vector3f centre = origin_c + (ax + ay + az) * (0.5f * float(kBlockSide - 1));
+  const Eigen::Vector3f centre = origin_c + steps.rowwise().sum() * (0.5f * float(kBlockSide - 1));
   if (centre.z() <= 0.f) return;
-  const float along_ray = centre.norm() / centre.z();
-  const float scale = along_ray * inv_trunc;
+  BlockProjection p;
+  for (int c = 0; c < 3; ++c) {
+    p.origin[c] = origin_c[c];
+    for (int axis = 0; axis < 3; ++axis) p.step[axis][c] = steps(c, axis);
+  }
+  p.fx = float(f.fx);
+  p.fy = float(f.fy);
+  p.cx = float(f.cx);
+  p.cy = float(f.cy);
+  p.width = band_.width();
+  p.height = band_.height();
+  p.outside = band_.outsideIndex();
+  p.scale = centre.norm() / centre.z() * (1.f / (p_.truncation_vox * vox));
   // The measurement's noise weight, at the block's depth (the band is thin against the depth).
-  const float wn = noiseWeight(centre.z());
-  const float fw = float(w), fh = float(h);
-  const float max_weight = p_.max_weight;
-  const float* depth_data = band_.depth();
-  const int outside = band_.outsideIndex();
-  // Three passes over the block's voxels, so that the projection and the update vectorise: the
-  // projection, the gather of the depth under each voxel, the running averages.
-  alignas(32) float zs[kBlockVoxels];
+  p.weight = noiseWeight(centre.z());
+  p.max_weight = p_.max_weight;
   alignas(32) int pixel[kBlockVoxels];
-  for (int k = 0; k < kBlockSide; ++k) {
-    for (int j = 0; j < kBlockSide; ++j) {
-      const Eigen::Vector3f row = origin_c + ay * float(j) + az * float(k);
-      const int row_start = kBlockSide * j + kBlockSide * kBlockSide * k;
-      for (int i = 0; i < kBlockSide; ++i) {
-        const float x = row.x() + ax.x() * float(i), y = row.y() + ax.y() * float(i), z = row.z() + ax.z() * float(i);
-        const float inv_z = 1.f / z;
-        const float u = fx * x * inv_z + cx + 0.5f, v = fy * y * inv_z + cy + 0.5f;
-        const bool inside = (z > 0.f) & (u >= 0.f) & (v >= 0.f) & (u < fw) & (v < fh);
-        zs[row_start + i] = z;
-        pixel[row_start + i] = inside ? int(v) * w + int(u) : outside;
-      }
-    }
-  }
-  alignas(32) float ds[kBlockVoxels];
-  for (int n = 0; n < kBlockVoxels; ++n) ds[n] = depth_data[pixel[n]];
   alignas(32) float rate[kBlockVoxels];
-  float* T = b.tsdf.data();
-  float* W = b.weight.data();
-  for (int n = 0; n < kBlockVoxels; ++n) {
-    // Signed distance along the ray through the voxel, in truncation units.
-    const float value = (ds[n] - zs[n]) * scale;
-    // Free space seen again where only free space was seen: nothing to average. (Everything is
-    // computed and then selected, so that the loop has no branch and vectorises.)
-    const bool settled = (value >= 1.f) & (T[n] >= 1.f) & (W[n] > 0.f);
-    const bool update = (ds[n] > 0.f) & (value >= -1.f) & !settled;
-    const float total = W[n] + wn;
-    const float ratio = wn / total;
-    const float a = update ? ratio : 0.f;
-    const float clipped = value < 1.f ? value : 1.f;
-    const float capped = total < max_weight ? total : max_weight;
-    T[n] += a * (clipped - T[n]);
-    W[n] += update ? capped - W[n] : 0.f;
-    // Colour follows the surface only: the rate near it, 0 elsewhere.
-    rate[n] = value < 1.f ? a : 0.f;
-  }
-  if (!colour) return;
+  updateBlockVoxels(p, band_.depth(), b.tsdf.data(), b.weight.data(), pixel, rate);
+  if (f.bgr.empty()) return;
   const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
   for (int n = 0; n < kBlockVoxels; ++n) {
     if (rate[n] <= 0.f) continue;
