@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "mapping/internal/tsdf_volume.h"
+#include "mapping/internal/wide_vectors.h"
 
 namespace pv::internal {
 
@@ -43,6 +44,32 @@ struct DepthRange {
   }
   bool empty() const { return !(hi > 0.f); }
 };
+
+/// One row of the fused depth: 0 where the depth is invalid, out of range or on a depth edge (a
+/// pixel that jumps from a 4-neighbour by more than a few percent of its depth mixes two
+/// surfaces), and in the first and last columns. Comparisons with NaN are false, so invalid
+/// pixels and neighbours drop out without tests; the masks combine with & so that the loop has no
+/// branch and vectorises. Per column, the nearest and farthest fused depth so far come along.
+PV_WIDE_VECTOR_CLONES
+void filterDepthRow(const float* src, const float* up, const float* down, int cols, const BandView& view, float* dst,
+                    float* column_lo, float* column_hi) {
+  const float min_m = view.min_depth_m, max_m = view.max_depth_m, jump = view.edge_jump;
+  dst[0] = 0.f;
+  dst[cols - 1] = 0.f;
+  for (int u = 1; u + 1 < cols; ++u) {
+    const float d = src[u], limit = jump * d;
+    const float l = src[u - 1], rt = src[u + 1], a = up[u], b = down[u];
+    const bool ok = (d >= min_m) & (d <= max_m) & (d > 0.f);
+    const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
+                      ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
+    dst[u] = (ok & !edge) ? d : 0.f;
+  }
+  for (int u = 0; u < cols; ++u) {
+    const float fused = dst[u];
+    column_lo[u] = (fused > 0.f) & (fused < column_lo[u]) ? fused : column_lo[u];
+    column_hi[u] = fused > column_hi[u] ? fused : column_hi[u];
+  }
+}
 
 /// Walks the tiles of one row of tiles and appends the keys of the blocks their frusta meet.
 class TileVisitor {
@@ -257,33 +284,10 @@ void BlockKeySet::grow() {
 
 void DepthBand::filterRows(const cv::Mat& depth_m, const BandView& view, int v0, int v1, float* column_lo,
                            float* column_hi) {
-  // A pixel that jumps from a 4-neighbour by more than a few percent of its depth mixes two
-  // surfaces. Comparisons with NaN are false, so invalid pixels and neighbours drop out without
-  // tests; the masks combine with & so that the interior loop has no branch and vectorises.
-  // Per column, the nearest and farthest fused depth of these rows come along.
-  const int cols = width_, rows = height_;
-  const float min_m = view.min_depth_m, max_m = view.max_depth_m, jump = view.edge_jump;
-  for (int v = v0; v < v1; ++v) {
-    const float* src = depth_m.ptr<float>(v);
-    const float* up = depth_m.ptr<float>(std::max(v - 1, 0));
-    const float* down = depth_m.ptr<float>(std::min(v + 1, rows - 1));
-    float* dst = buffer_.data() + size_t(v) * size_t(cols);
-    dst[0] = 0.f;
-    dst[cols - 1] = 0.f;
-    for (int u = 1; u + 1 < cols; ++u) {
-      const float d = src[u], limit = jump * d;
-      const float l = src[u - 1], rt = src[u + 1], a = up[u], b = down[u];
-      const bool ok = (d >= min_m) & (d <= max_m) & (d > 0.f);
-      const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
-                        ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
-      dst[u] = (ok & !edge) ? d : 0.f;
-    }
-    for (int u = 0; u < cols; ++u) {
-      const float fused = dst[u];
-      column_lo[u] = (fused > 0.f) & (fused < column_lo[u]) ? fused : column_lo[u];
-      column_hi[u] = fused > column_hi[u] ? fused : column_hi[u];
-    }
-  }
+  for (int v = v0; v < v1; ++v)
+    filterDepthRow(depth_m.ptr<float>(v), depth_m.ptr<float>(std::max(v - 1, 0)),
+                   depth_m.ptr<float>(std::min(v + 1, height_ - 1)), width_, view,
+                   buffer_.data() + size_t(v) * size_t(width_), column_lo, column_hi);
 }
 
 void DepthBand::compute(const cv::Mat& depth_m, const BandView& view, std::vector<uint64_t>& keys) {

@@ -1,15 +1,7 @@
 #include "mapping/internal/voxel_update.h"
 
 #include "mapping/internal/tsdf_volume.h"
-
-// The loops below vectorise; where the processor has 256-bit vectors, a second build of the
-// function uses them (chosen once, when the library loads). No fused multiply-add: every
-// processor computes the same numbers.
-#if defined(__GNUC__) && defined(__x86_64__)
-#define PV_WIDE_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define PV_WIDE_VECTOR_CLONES
-#endif
+#include "mapping/internal/wide_vectors.h"
 
 namespace pv::internal {
 
