@@ -37,10 +37,13 @@ struct DepthRange {
   float lo = std::numeric_limits<float>::infinity(), hi = 0.f;
 
   void add(const float* d, int n) {
+    float l = lo, h = hi;  // (locals: no round trip through memory per element)
     for (int i = 0; i < n; ++i) {
-      lo = std::min(lo, d[i] > 0.f ? d[i] : lo);
-      hi = std::max(hi, d[i]);
+      l = std::min(l, d[i] > 0.f ? d[i] : l);
+      h = std::max(h, d[i]);
     }
+    lo = l;
+    hi = h;
   }
   bool empty() const { return !(hi > 0.f); }
 };
@@ -308,11 +311,14 @@ void DepthBand::compute(const cv::Mat& depth_m, const BandView& view, std::vecto
       TileVisitor visitor(buffer_.data(), width_, height_, view, out);
       for (int tx = 0; tx < tiles_x; ++tx) {
         const int u0 = tx * kTile, u1 = std::min(u0 + kTile, width_);
-        DepthRange range;
-        for (int u = u0; u < u1; ++u) {
-          range.lo = std::min(range.lo, column_lo[size_t(u)]);
-          range.hi = std::max(range.hi, column_hi[size_t(u)]);
+        float lo = column_lo[size_t(u0)], hi = column_hi[size_t(u0)];
+        for (int u = u0 + 1; u < u1; ++u) {
+          lo = std::min(lo, column_lo[size_t(u)]);
+          hi = std::max(hi, column_hi[size_t(u)]);
         }
+        DepthRange range;
+        range.lo = lo;
+        range.hi = hi;
         visitor.visitInRow(u0, v0, range);
       }
       visitor.flush();
