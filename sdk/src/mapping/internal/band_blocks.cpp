@@ -18,9 +18,13 @@ static_assert(kBlockSide == 8, "block coordinates of a voxel index are taken wit
 constexpr int kTile = 8;
 constexpr int kMaxRun = 4;  ///< tiles merged into one frustum at most
 
+/// Slot of a key in a power-of-two table: the key's bits mixed (a multiply-xorshift finaliser),
+/// so that the low bits depend on all three coordinates.
 size_t slotOf(uint64_t key, size_t mask) {
-  const uint64_t h = key * 0x9E3779B97F4A7C15ull;
-  return size_t(h ^ (h >> 32)) & mask;
+  uint64_t h = key ^ (key >> 33);
+  h *= 0xff51afd7ed558ccdull;
+  h ^= h >> 33;
+  return size_t(h) & mask;
 }
 
 int floorToInt(float x) {
@@ -251,7 +255,7 @@ class TileVisitor {
   float c0t_, c1t_, c2t_;
   float inv_fx_, inv_fy_, x_before_, x_after_, y_before_, y_after_;
   float vox_, inv_vox_, trunc_m_;
-  std::array<uint64_t, 64> recent_;
+  std::array<uint64_t, 256> recent_;
   float merge_m_ = 0.f;
   DepthRange run_;
   int run_u0_ = 0, run_u1_ = 0, run_v0_ = 0, run_tiles_ = 0;

@@ -18,6 +18,17 @@ float noiseWeight(float z) {
   return 1.f / (zz * zz * zz * zz);
 }
 
+/// Asks the cache for a block's distances and weights.
+void prefetchVoxels(const VoxelBlock& b) {
+  constexpr size_t kLine = 64;
+  const char* tsdf = reinterpret_cast<const char*>(b.tsdf.data());
+  const char* weight = reinterpret_cast<const char*>(b.weight.data());
+  for (size_t offset = 0; offset < sizeof(b.tsdf); offset += kLine) {
+    __builtin_prefetch(tsdf + offset, 1);
+    __builtin_prefetch(weight + offset, 1);
+  }
+}
+
 }  // namespace
 
 TsdfVolume::TsdfVolume(const TsdfParameters& parameters) : p_(parameters) {
@@ -159,7 +170,11 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
   const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
   tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+    for (size_t i = r.begin(); i != r.end(); ++i) {
+      // The next block's voxels come from memory while this one is fused.
+      if (i + 1 != r.end()) prefetchVoxels(*blocks_[size_t(band[i + 1])]);
+      integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+    }
   });
   for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
   stats.blocks_updated = int(band.size());
