@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -327,4 +328,29 @@ TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAr
     EXPECT_GE(volume.blockCount(), needed.size());
     EXPECT_LT(double(volume.blockCount()), 1.15 * double(needed.size()));
   }
+}
+
+TEST(TsdfVolume, FramesWithoutAUsablePoseOrCameraFuseNothing) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  const DepthFrame good = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  std::vector<DepthFrame> bad(4, good);
+  bad[0].T_world_camera(0, 3) = std::numeric_limits<float>::quiet_NaN();
+  bad[1].T_world_camera(1, 1) = std::numeric_limits<float>::infinity();
+  bad[2].fx = std::numeric_limits<double>::quiet_NaN();
+  bad[3].cy = std::numeric_limits<double>::infinity();
+  TsdfVolume volume(p);
+  for (const DepthFrame& f : bad) {
+    const IntegrationStats s = volume.integrate(f);
+    EXPECT_EQ(s.blocks_updated, 0);
+  }
+  EXPECT_EQ(volume.blockCount(), 0u);
+  // A pose far from the origin still fuses, within what block keys hold.
+  DepthFrame far = good;
+  far.T_world_camera(0, 3) = 1.0e4f;
+  EXPECT_GT(volume.integrate(far).blocks_updated, 0);
+  EXPECT_GT(volume.integrate(good).blocks_updated, 0);
 }

@@ -27,11 +27,17 @@ size_t slotOf(uint64_t key, size_t mask) {
   return size_t(h) & mask;
 }
 
+/// Voxel indices stay within what a packed key holds (21 bits of blocks per axis), and clear of
+/// undefined conversions for absurd poses.
+constexpr float kIndexLimit = 8.0e6f;
+
 int floorToInt(float x) {
+  x = std::clamp(x, -kIndexLimit, kIndexLimit);
   const int i = int(x);
   return i - int(x < float(i));
 }
 int ceilToInt(float x) {
+  x = std::clamp(x, -kIndexLimit, kIndexLimit);
   const int i = int(x);
   return i + int(x > float(i));
 }

@@ -158,7 +158,9 @@ void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
 
 IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   IntegrationStats stats;
-  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
+  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || !(input.fx > 0) || !(input.fy > 0) ||
+      !std::isfinite(input.cx) || !std::isfinite(input.cy) || !input.T_world_camera.allFinite())
+    return stats;
   // Colour is used when it matches the depth pixel for pixel.
   DepthFrame frame = input;
   if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
