@@ -16,7 +16,6 @@ namespace {
 
 static_assert(kBlockSide == 8, "block coordinates of a voxel index are taken with a shift by 3");
 constexpr int kTile = 8;
-constexpr int kMaxRun = 4;  ///< tiles merged into one frustum at most
 
 /// Slot of a key in a power-of-two table: the key's bits mixed (a multiply-xorshift finaliser),
 /// so that the low bits depend on all three coordinates.
@@ -114,15 +113,18 @@ class TileVisitor {
     // Runs of tiles merge while their depths spread over at most half the truncation: wider
     // spreads would take blocks off the band where the surface slants.
     merge_m_ = 0.5f * trunc_m_;
+    // ... and while the run stays narrower than half a block at its far end.
+    run_width_ = 0.5f * float(kBlockSide) * view.voxel_m * float(view.fx);
     recent_.fill(~uint64_t(0));
   }
 
-  /// The tiles of one row of tiles, left to right. Up to kMaxRun neighbours whose depths
-  /// together spread over little make one wider frustum: fewer frusta, nearly the same blocks.
+  /// The tiles of one row of tiles, left to right. Neighbours whose depths together spread over
+  /// little make one wider frustum: fewer frusta, nearly the same blocks.
   void visitInRow(int u0, int v0, const DepthRange& range) {
     const bool flat = !range.empty() && range.hi - range.lo <= merge_m_;
-    if (flat && run_tiles_ > 0 && run_tiles_ < kMaxRun &&
-        std::max(run_.hi, range.hi) - std::min(run_.lo, range.lo) <= merge_m_) {
+    const float far_m = std::max(run_.hi, range.hi) + trunc_m_;
+    if (flat && run_tiles_ > 0 && float(u0 + kTile - run_u0_) * far_m <= run_width_ &&
+        far_m - trunc_m_ - std::min(run_.lo, range.lo) <= merge_m_) {
       run_.lo = std::min(run_.lo, range.lo);
       run_.hi = std::max(run_.hi, range.hi);
       run_u1_ = std::min(u0 + kTile, width_) - 1;
@@ -262,7 +264,7 @@ class TileVisitor {
   float inv_fx_, inv_fy_, x_before_, x_after_, y_before_, y_after_;
   float vox_, inv_vox_, trunc_m_;
   std::array<uint64_t, 256> recent_;
-  float merge_m_ = 0.f;
+  float merge_m_ = 0.f, run_width_ = 0.f;  // run_width_: pixels times metres of depth
   DepthRange run_;
   int run_u0_ = 0, run_u1_ = 0, run_v0_ = 0, run_tiles_ = 0;
 };
