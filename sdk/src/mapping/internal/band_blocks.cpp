@@ -110,6 +110,8 @@ class TileVisitor {
     vox_ = view.voxel_m;
     inv_vox_ = 1.f / view.voxel_m;
     trunc_m_ = view.truncation_m;
+    // A block centre lies within this of each of its voxel centres (3.5 voxels along each axis).
+    centre_offset_m_ = 0.5f * float(kBlockSide - 1) * std::sqrt(3.f) * view.voxel_m * 1.001f;
     // Runs of tiles merge while their depths spread over at most half the truncation: wider
     // spreads would take blocks off the band where the surface slants.
     merge_m_ = 0.5f * trunc_m_;
@@ -144,8 +146,7 @@ class TileVisitor {
   }
   /// Ends the current run of tiles.
   void flush() {
-    if (run_tiles_ > 0)
-      emit(run_u0_, run_u1_, run_v0_, std::min(run_v0_ + kTile, height_) - 1, run_.lo - trunc_m_, run_.hi + trunc_m_);
+    if (run_tiles_ > 0) emit(run_u0_, run_u1_, run_v0_, std::min(run_v0_ + kTile, height_) - 1, run_.lo, run_.hi);
     run_tiles_ = 0;
   }
 
@@ -155,7 +156,7 @@ class TileVisitor {
     const float lo = range.lo, hi = range.hi;
     const int u1 = std::min(u0 + size, width_) - 1, v1 = std::min(v0 + size, height_) - 1;
     if (size == 1 || hi - lo <= trunc_m_) {
-      emit(u0, u1, v0, v1, lo - trunc_m_, hi + trunc_m_);
+      emit(u0, u1, v0, v1, lo, hi);
       return;
     }
     const int half = size / 2;
@@ -170,12 +171,13 @@ class TileVisitor {
   }
 
  private:
-  /// Blocks meeting the frustum of pixels [u0, u1] x [v0, v1] between depths z_near and z_far.
-  void emit(int u0, int u1, int v0, int v1, float z_near, float z_far) {
+  /// Blocks meeting the band of pixels [u0, u1] x [v0, v1] whose depths lie within [lo, hi].
+  void emit(int u0, int u1, int v0, int v1, float lo, float hi) {
     const float xa = float(u0) * inv_fx_ + x_before_, xb = float(u1) * inv_fx_ + x_after_;
     const float ya = float(v0) * inv_fy_ + y_before_, yb = float(v1) * inv_fy_ + y_after_;
+    const float band_m = bandHalfWidth(xa, xb, ya, yb, lo - trunc_m_);
     constexpr float kDepthMargin = 1e-4f, kIndexMargin = 1e-4f;
-    const float zn = std::max(z_near - kDepthMargin, 1e-3f), zf = z_far + kDepthMargin;
+    const float zn = std::max(lo - band_m - kDepthMargin, 1e-3f), zf = hi + band_m + kDepthMargin;
     // Bounding box of the frustum's corners t + z (x c0 + y c1 + c2): per axis, the extremes of
     // the direction times the nearer or the farther depth. Then the voxel indices inside it.
     int ilo[3], ihi[3];
@@ -245,6 +247,23 @@ class TileVisitor {
     }
   }
 
+  /// How far from a pixel's depth, in depth, the voxels it updates lie: the truncation over the
+  /// ray length per depth at the voxel's block centre (the volume measures distances along that
+  /// ray). Lower bound of that ray length over the frustum [xa, xb] x [ya, yb] (normalised
+  /// coordinates) nearer than `z_min`: the angle to the optical axis of its ray nearest the axis,
+  /// less the largest angle a block centre can lie off a voxel's ray.
+  float bandHalfWidth(float xa, float xb, float ya, float yb, float z_min) const {
+    const float x = std::clamp(0.f, xa, xb), y = std::clamp(0.f, ya, yb);
+    const float tan2 = x * x + y * y;  // tan^2 of the angle to the axis
+    if (!(z_min > centre_offset_m_)) return trunc_m_;
+    const float sin_off = centre_offset_m_ / z_min;
+    // angle > offset <=> sin^2 > sin_off^2, with sin^2 = tan^2 / (1 + tan^2)
+    if (tan2 <= sin_off * sin_off * (1.f + tan2)) return trunc_m_;
+    // cos(angle - offset) = (cos(offset) + tan sin(offset)) cos(angle)
+    const float cos_off = std::sqrt(1.f - sin_off * sin_off);
+    return trunc_m_ * (cos_off + std::sqrt(tan2) * sin_off) / std::sqrt(1.f + tan2);
+  }
+
   /// Whether `key` was among the last few appended.
   bool recent(uint64_t key) const { return recent_[slotOf(key, recent_.size() - 1)] == key; }
 
@@ -264,7 +283,7 @@ class TileVisitor {
   float inv_fx_, inv_fy_, x_before_, x_after_, y_before_, y_after_;
   float vox_, inv_vox_, trunc_m_;
   std::array<uint64_t, 256> recent_;
-  float merge_m_ = 0.f, run_width_ = 0.f;  // run_width_: pixels times metres of depth
+  float merge_m_ = 0.f, run_width_ = 0.f, centre_offset_m_ = 0.f;  // run_width_: pixels times metres of depth
   DepthRange run_;
   int run_u0_ = 0, run_u1_ = 0, run_v0_ = 0, run_tiles_ = 0;
 };
