@@ -324,9 +324,16 @@ TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAr
         }
     ASSERT_GT(in_band, 100000u);
     EXPECT_EQ(missed, 0u) << "of " << in_band << " voxels in the band";
-    // Blocks allocated beyond those that hold such a voxel: few (the band's rim).
+    // Blocks allocated beyond those that hold such a voxel: few (the band's rim), and each with
+    // a voxel the frame updated.
     EXPECT_GE(volume.blockCount(), needed.size());
     EXPECT_LT(double(volume.blockCount()), 1.15 * double(needed.size()));
+    size_t unobserved = 0;
+    for (size_t b = 0; b < volume.blockCount(); ++b) {
+      const auto& weights = volume.block(int(b)).weight;
+      unobserved += std::none_of(weights.begin(), weights.end(), [](float w) { return w > 0.f; });
+    }
+    EXPECT_EQ(unobserved, 0u);
   }
 }
 

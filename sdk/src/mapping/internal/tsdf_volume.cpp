@@ -41,15 +41,17 @@ const VoxelBlock* TsdfVolume::find(const GridKey& block_key) const {
   return it == block_index_.end() ? nullptr : blocks_[size_t(it->second)].get();
 }
 
-int TsdfVolume::allocate(const GridKey& key) {
-  auto it = block_index_.find(key);
-  if (it != block_index_.end()) return it->second;
-  if (blocks_.size() >= max_blocks_) return -1;
+std::unique_ptr<VoxelBlock> TsdfVolume::freshBlock(const GridKey& key) {
   auto block = std::make_unique<VoxelBlock>();
   block->tsdf.fill(1.f);
   block->weight.fill(0.f);
   for (auto& c : block->bgr) c = {0, 0, 0};
   block->key = key;
+  return block;
+}
+
+int TsdfVolume::adopt(std::unique_ptr<VoxelBlock> block) {
+  const GridKey& key = block->key;
   const GridKey chunk_key{floorDiv(key.x, chunk_blocks_), floorDiv(key.y, chunk_blocks_),
                           floorDiv(key.z, chunk_blocks_)};
   auto cit = chunk_index_.find(chunk_key);
@@ -60,12 +62,12 @@ int TsdfVolume::allocate(const GridKey& key) {
   block->chunk = cit->second;
   const int index = int(blocks_.size());
   chunks_[size_t(cit->second)].blocks.push_back(index);
-  blocks_.push_back(std::move(block));
   block_index_.emplace(key, index);
+  blocks_.push_back(std::move(block));
   return index;
 }
 
-void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, IntegrationStats& stats) {
+void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& existing, std::vector<GridKey>& fresh) {
   BandView view;
   view.fx = f.fx;
   view.fy = f.fy;
@@ -79,24 +81,21 @@ void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, Integ
   view.max_depth_m = p_.max_depth_m;
   view.edge_jump = p_.edge_jump;
   band_.compute(f.depth_m, view, band_keys_);
-  out.clear();
-  out.reserve(band_keys_.size());
+  existing.clear();
+  fresh.clear();
   for (const uint64_t packed : band_keys_) {
     GridKey key;
     unpackBlockKey(packed, key.x, key.y, key.z);
-    const size_t before = blocks_.size();
-    const int index = allocate(key);
-    if (index < 0) {
-      ++stats.blocks_refused;
-      continue;
-    }
-    if (blocks_.size() > before) ++stats.blocks_allocated;
-    out.push_back(index);
+    const auto it = block_index_.find(key);
+    if (it != block_index_.end())
+      existing.push_back(it->second);
+    else
+      fresh.push_back(key);
   }
 }
 
-void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
-                                const Eigen::Vector3f& t_cw) const {
+int TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
+                               const Eigen::Vector3f& t_cw) const {
   const float vox = p_.voxel_m;
   const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
                                  float(b.key.z * kBlockSide) * vox);
@@ -104,7 +103,7 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
   const Eigen::Matrix3f steps = R_cw * vox;
   // Ray length over depth, nearly constant over one block: taken at its centre.
   const Eigen::Vector3f centre = origin_c + steps.rowwise().sum() * (0.5f * float(kBlockSide - 1));
-  if (centre.z() <= 0.f) return;
+  if (centre.z() <= 0.f) return 0;
   BlockProjection p;
   for (int c = 0; c < 3; ++c) {
     p.origin[c] = origin_c[c];
@@ -123,8 +122,8 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
   p.max_weight = p_.max_weight;
   alignas(32) int pixel[kBlockVoxels];
   alignas(32) float rate[kBlockVoxels];
-  updateBlockVoxels(p, band_.depth(), b.tsdf.data(), b.weight.data(), pixel, rate);
-  if (f.bgr.empty()) return;
+  const int updated = updateBlockVoxels(p, band_.depth(), b.tsdf.data(), b.weight.data(), pixel, rate);
+  if (f.bgr.empty()) return updated;
   const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
   for (int n = 0; n < kBlockVoxels; ++n) {
     if (rate[n] <= 0.f) continue;
@@ -133,6 +132,7 @@ void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen:
     for (int ch = 0; ch < 3; ++ch)
       dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[n] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
   }
+  return updated;
 }
 
 void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
@@ -168,16 +168,37 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   else if (!frame.bgr.isContinuous())
     frame.bgr = frame.bgr.clone();
   std::vector<int> band;
-  collectBlocks(frame, band, stats);
+  std::vector<GridKey> fresh_keys;
+  collectBlocks(frame, band, fresh_keys);
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
   const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i != r.end(); ++i) {
-      // The next block's voxels come from memory while this one is fused.
-      if (i + 1 != r.end()) prefetchVoxels(*blocks_[size_t(band[i + 1])]);
-      integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+  // Blocks not in the volume yet are fused on the side and kept only where the frame updated a
+  // voxel: the band's frusta are conservative, and a block they take in vain costs memory for
+  // good.
+  const size_t existing = band.size();
+  std::vector<std::unique_ptr<VoxelBlock>> fresh(fresh_keys.size());
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, existing + fresh.size(), 16),
+                    [&](const tbb::blocked_range<size_t>& r) {
+                      for (size_t i = r.begin(); i != r.end(); ++i) {
+                        if (i >= existing) {
+                          auto block = freshBlock(fresh_keys[i - existing]);
+                          if (integrateBlock(*block, frame, R_cw, t_cw) > 0) fresh[i - existing] = std::move(block);
+                          continue;
+                        }
+                        // The next block's voxels come from memory while this one is fused.
+                        if (i + 1 < std::min(r.end(), existing)) prefetchVoxels(*blocks_[size_t(band[i + 1])]);
+                        integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+                      }
+                    });
+  for (auto& block : fresh) {
+    if (!block) continue;
+    if (blocks_.size() >= max_blocks_) {
+      ++stats.blocks_refused;
+      continue;
     }
-  });
+    band.push_back(adopt(std::move(block)));
+    ++stats.blocks_allocated;
+  }
   for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
   stats.blocks_updated = int(band.size());
   return stats;

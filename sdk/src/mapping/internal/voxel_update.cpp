@@ -6,8 +6,8 @@
 namespace pv::internal {
 
 PV_WIDE_VECTOR_CLONES
-void updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
-                       float* rate) {
+int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
+                      float* rate) {
   const float fw = float(p.width), fh = float(p.height);
   // Three passes, so that the projection and the update vectorise: the projection of each voxel,
   // the gather of the depth under it, the running averages.
@@ -31,6 +31,7 @@ void updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf
   alignas(32) float ds[kBlockVoxels];
   for (int n = 0; n < kBlockVoxels; ++n) ds[n] = depth[pixel[n]];
   const float wn = p.weight, max_weight = p.max_weight, scale = p.scale;
+  int updated = 0;
   for (int n = 0; n < kBlockVoxels; ++n) {
     // Signed distance along the ray through the voxel, in truncation units.
     const float value = (ds[n] - zs[n]) * scale;
@@ -47,7 +48,9 @@ void updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf
     weight[n] += update ? capped - weight[n] : 0.f;
     // Colour follows the surface only: the rate near it, 0 elsewhere.
     rate[n] = value < 1.f ? a : 0.f;
+    updated += int(update);
   }
+  return updated;
 }
 
 }  // namespace pv::internal

@@ -19,8 +19,9 @@ struct BlockProjection {
 /// Fuses `depth` (continuous, 0 where not fused, `outside` addressing a 0) into the block's 512
 /// voxels: signed distances in truncation units and weights, voxel (i, j, k) at i + 8 j + 64 k.
 /// Writes per voxel the pixel it projects to (`outside` if none) and the rate at which its colour
-/// follows that pixel (0: the voxel is not near the surface or was not updated).
-void updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
-                       float* rate);
+/// follows that pixel (0: the voxel is not near the surface or was not updated). Returns the
+/// number of voxels updated.
+int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
+                      float* rate);
 
 }  // namespace pv::internal
