@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -266,4 +267,97 @@ TEST(TsdfVolume, MixedPixelsOnDepthEdgesAreNotFused) {
     else
       EXPECT_GT(between, 10u);  // the test can tell
   }
+}
+
+TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAreWasted) {
+  // A wide view at the range's far end, where sampled rays are far apart: thin poles, a grazing
+  // floor, a sphere and a wall near the range limit.
+  Scene scene;
+  scene.addPlane({0.f, 1.1f, 0.f}, {0.f, -1.f, 0.f});
+  scene.addPlane({0.f, 0.f, 3.95f}, {0.f, 0.f, -1.f});
+  scene.addSphere({-0.6f, 0.2f, 2.2f}, 0.3f);
+  for (int i = 0; i < 9; ++i) {
+    const float x = -1.6f + 0.4f * float(i), z = 1.2f + 0.3f * float(i), half = 0.004f + 0.002f * float(i % 3);
+    scene.addBox({x - half, -2.f, z - half}, {x + half, 1.1f, z + half});
+  }
+  PinholeCamera cam;
+  cam.width = 640;
+  cam.height = 480;
+  cam.fx = cam.fy = 585;
+  cam.cx = 319.5;
+  cam.cy = 239.5;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  p.max_depth_m = 4.f;
+  p.edge_jump = 100.f;  // every valid pixel counts
+  for (const Eigen::Matrix4f& T : {Eigen::Matrix4f(lookAt({0.f, 0.f, 0.f}, {0.3f, 0.4f, 3.f})),
+                                   Eigen::Matrix4f(lookAt({0.2f, -0.3f, 0.1f}, {-0.4f, 0.6f, 3.f}))}) {
+    TsdfVolume volume(p);
+    const DepthFrame f = renderFrame(scene, cam, T);
+    volume.integrate(f);
+    // Every voxel centre that projects onto a valid pixel and lies well inside that pixel's band.
+    const Eigen::Matrix3f R_cw = T.topLeftCorner<3, 3>().transpose();
+    const Eigen::Vector3f t_cw = -R_cw * T.topRightCorner<3, 1>();
+    const float trunc_m = p.truncation_vox * p.voxel_m;
+    std::set<std::array<int, 3>> needed;
+    size_t in_band = 0, missed = 0;
+    const Eigen::Vector3i lo = (Eigen::Vector3f(-2.8f, -2.f, 0.f) / p.voxel_m).cast<int>();
+    const Eigen::Vector3i hi = (Eigen::Vector3f(2.8f, 1.3f, 4.2f) / p.voxel_m).cast<int>();
+    for (int z = lo.z(); z <= hi.z(); ++z)
+      for (int y = lo.y(); y <= hi.y(); ++y)
+        for (int x = lo.x(); x <= hi.x(); ++x) {
+          const Eigen::Vector3f c = R_cw * (Eigen::Vector3f(float(x), float(y), float(z)) * p.voxel_m) + t_cw;
+          if (c.z() < 0.5f) continue;
+          const float u = float(cam.fx) * c.x() / c.z() + float(cam.cx) + 0.5f;
+          const float v = float(cam.fy) * c.y() / c.z() + float(cam.cy) + 0.5f;
+          // (The outermost columns lack a neighbour for the edge test and are never fused.)
+          if (u < 1.f || v < 0.f || u >= float(cam.width - 1) || v >= float(cam.height)) continue;
+          const float d = f.depth_m.at<float>(int(v), int(u));
+          if (!(d > 0.f && d <= p.max_depth_m)) continue;
+          if (std::abs(d - c.z()) * c.norm() / c.z() > 0.85f * trunc_m) continue;
+          ++in_band;
+          const std::array<int, 3> key{floorDiv(x, kBlockSide), floorDiv(y, kBlockSide), floorDiv(z, kBlockSide)};
+          needed.insert(key);
+          const VoxelBlock* b = volume.find({key[0], key[1], key[2]});
+          const int i = x - key[0] * kBlockSide, j = y - key[1] * kBlockSide, k = z - key[2] * kBlockSide;
+          missed += !b || b->weight[size_t(i + kBlockSide * j + kBlockSide * kBlockSide * k)] <= 0.f;
+        }
+    ASSERT_GT(in_band, 100000u);
+    EXPECT_EQ(missed, 0u) << "of " << in_band << " voxels in the band";
+    // Blocks allocated beyond those that hold such a voxel: few (the band's rim), and each with
+    // a voxel the frame updated.
+    EXPECT_GE(volume.blockCount(), needed.size());
+    EXPECT_LT(double(volume.blockCount()), 1.15 * double(needed.size()));
+    size_t unobserved = 0;
+    for (size_t b = 0; b < volume.blockCount(); ++b) {
+      const auto& weights = volume.block(int(b)).weight;
+      unobserved += std::none_of(weights.begin(), weights.end(), [](float w) { return w > 0.f; });
+    }
+    EXPECT_EQ(unobserved, 0u);
+  }
+}
+
+TEST(TsdfVolume, FramesWithoutAUsablePoseOrCameraFuseNothing) {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  const DepthFrame good = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  std::vector<DepthFrame> bad(4, good);
+  bad[0].T_world_camera(0, 3) = std::numeric_limits<float>::quiet_NaN();
+  bad[1].T_world_camera(1, 1) = std::numeric_limits<float>::infinity();
+  bad[2].fx = std::numeric_limits<double>::quiet_NaN();
+  bad[3].cy = std::numeric_limits<double>::infinity();
+  TsdfVolume volume(p);
+  for (const DepthFrame& f : bad) {
+    const IntegrationStats s = volume.integrate(f);
+    EXPECT_EQ(s.blocks_updated, 0);
+  }
+  EXPECT_EQ(volume.blockCount(), 0u);
+  // A pose far from the origin still fuses, within what block keys hold.
+  DepthFrame far = good;
+  far.T_world_camera(0, 3) = 1.0e4f;
+  EXPECT_GT(volume.integrate(far).blocks_updated, 0);
+  EXPECT_GT(volume.integrate(good).blocks_updated, 0);
 }

@@ -4,19 +4,29 @@
 
 #include <algorithm>
 #include <cmath>
-#include <unordered_set>
+
+#include "mapping/internal/voxel_update.h"
 
 namespace pv::internal {
 
 namespace {
-
-bool usable(float d, float min_m, float max_m) { return std::isfinite(d) && d > 0.f && d >= min_m && d <= max_m; }
 
 /// Inverse variance of stereo-like depth noise (sigma grows with z^2), 1 at one metre, bounded so
 /// that very near pixels cannot freeze the average.
 float noiseWeight(float z) {
   const float zz = std::max(z, 0.4f);
   return 1.f / (zz * zz * zz * zz);
+}
+
+/// Asks the cache for a block's distances and weights.
+void prefetchVoxels(const VoxelBlock& b) {
+  constexpr size_t kLine = 64;
+  const char* tsdf = reinterpret_cast<const char*>(b.tsdf.data());
+  const char* weight = reinterpret_cast<const char*>(b.weight.data());
+  for (size_t offset = 0; offset < sizeof(b.tsdf); offset += kLine) {
+    __builtin_prefetch(tsdf + offset, 1);
+    __builtin_prefetch(weight + offset, 1);
+  }
 }
 
 }  // namespace
@@ -31,15 +41,17 @@ const VoxelBlock* TsdfVolume::find(const GridKey& block_key) const {
   return it == block_index_.end() ? nullptr : blocks_[size_t(it->second)].get();
 }
 
-int TsdfVolume::allocate(const GridKey& key) {
-  auto it = block_index_.find(key);
-  if (it != block_index_.end()) return it->second;
-  if (blocks_.size() >= max_blocks_) return -1;
+std::unique_ptr<VoxelBlock> TsdfVolume::freshBlock(const GridKey& key) {
   auto block = std::make_unique<VoxelBlock>();
   block->tsdf.fill(1.f);
   block->weight.fill(0.f);
   for (auto& c : block->bgr) c = {0, 0, 0};
   block->key = key;
+  return block;
+}
+
+int TsdfVolume::adopt(std::unique_ptr<VoxelBlock> block) {
+  const GridKey& key = block->key;
   const GridKey chunk_key{floorDiv(key.x, chunk_blocks_), floorDiv(key.y, chunk_blocks_),
                           floorDiv(key.z, chunk_blocks_)};
   auto cit = chunk_index_.find(chunk_key);
@@ -50,129 +62,77 @@ int TsdfVolume::allocate(const GridKey& key) {
   block->chunk = cit->second;
   const int index = int(blocks_.size());
   chunks_[size_t(cit->second)].blocks.push_back(index);
-  blocks_.push_back(std::move(block));
   block_index_.emplace(key, index);
+  blocks_.push_back(std::move(block));
   return index;
 }
 
-void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& out, IntegrationStats& stats) {
-  const float block_m = kBlockSide * p_.voxel_m;
-  const float trunc_m = p_.truncation_vox * p_.voxel_m;
-  const float inv_block = 1.f / block_m;
-  // Pixel stride: the footprint of `stride` pixels at the far end stays under half a block.
-  const int stride = std::clamp(int(0.5 * block_m * f.fx / std::max(p_.max_depth_m, 0.1f)), 1, 8);
-  const int steps = std::max(2, int(std::ceil(2.f * trunc_m / (0.5f * block_m))));
-  const Eigen::Matrix3f R = f.T_world_camera.topLeftCorner<3, 3>();
-  const Eigen::Vector3f t = f.T_world_camera.topRightCorner<3, 1>();
-
-  std::unordered_set<GridKey, GridKeyHash> keys;
-  keys.reserve(8192);
-  GridKey last{INT32_MIN, 0, 0};
-  for (int v = stride / 2; v < f.depth_m.rows; v += stride) {
-    const float* row = f.depth_m.ptr<float>(v);
-    for (int u = stride / 2; u < f.depth_m.cols; u += stride) {
-      const float d = row[u];
-      if (!usable(d, p_.min_depth_m, p_.max_depth_m)) continue;
-      const Eigen::Vector3f ray(float((u - f.cx) / f.fx), float((v - f.cy) / f.fy), 1.f);
-      const Eigen::Vector3f dir = ray.normalized();
-      const Eigen::Vector3f p_cam = ray * d;
-      for (int s = 0; s <= steps; ++s) {
-        const float offset = -trunc_m + 2.f * trunc_m * float(s) / float(steps);
-        const Eigen::Vector3f p = R * (p_cam + dir * offset) + t;
-        const GridKey key{int(std::floor(p.x() * inv_block)), int(std::floor(p.y() * inv_block)),
-                          int(std::floor(p.z() * inv_block))};
-        if (key == last) continue;
-        last = key;
-        keys.insert(key);
-      }
-    }
-  }
-  out.clear();
-  out.reserve(keys.size());
-  for (const GridKey& key : keys) {
-    const bool existed = block_index_.count(key) > 0;
-    const int index = allocate(key);
-    if (index < 0) {
-      ++stats.blocks_refused;
-      continue;
-    }
-    if (!existed) ++stats.blocks_allocated;
-    out.push_back(index);
+void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& existing, std::vector<GridKey>& fresh) {
+  BandView view;
+  view.fx = f.fx;
+  view.fy = f.fy;
+  view.cx = f.cx;
+  view.cy = f.cy;
+  view.R_world_camera = f.T_world_camera.topLeftCorner<3, 3>();
+  view.t_world_camera = f.T_world_camera.topRightCorner<3, 1>();
+  view.voxel_m = p_.voxel_m;
+  view.truncation_m = p_.truncation_vox * p_.voxel_m;
+  view.min_depth_m = p_.min_depth_m;
+  view.max_depth_m = p_.max_depth_m;
+  view.edge_jump = p_.edge_jump;
+  band_.compute(f.depth_m, view, band_keys_);
+  existing.clear();
+  fresh.clear();
+  for (const uint64_t packed : band_keys_) {
+    GridKey key;
+    unpackBlockKey(packed, key.x, key.y, key.z);
+    const auto it = block_index_.find(key);
+    if (it != block_index_.end())
+      existing.push_back(it->second);
+    else
+      fresh.push_back(key);
   }
 }
 
-void TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const cv::Mat& depth, const Eigen::Matrix3f& R_cw,
-                                const Eigen::Vector3f& t_cw) const {
+int TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::Matrix3f& R_cw,
+                               const Eigen::Vector3f& t_cw) const {
   const float vox = p_.voxel_m;
-  const float inv_trunc = 1.f / (p_.truncation_vox * vox);
-  const float fx = float(f.fx), fy = float(f.fy), cx = float(f.cx), cy = float(f.cy);
-  const int w = f.depth_m.cols, h = f.depth_m.rows;
-  const bool colour = !f.bgr.empty();
   const Eigen::Vector3f origin_w(float(b.key.x * kBlockSide) * vox, float(b.key.y * kBlockSide) * vox,
                                  float(b.key.z * kBlockSide) * vox);
   const Eigen::Vector3f origin_c = R_cw * origin_w + t_cw;
-  const Eigen::Vector3f ax = R_cw.col(0) * vox, ay = R_cw.col(1) * vox, az = R_cw.col(2) * vox;
+  const Eigen::Matrix3f steps = R_cw * vox;
   // Ray length over depth, nearly constant over one block: taken at its centre.
-  const Eigen::Vector3f centre = origin_c + (ax + ay + az) * (0.5f * float(kBlockSide - 1));
-  if (centre.z() <= 0.f) return;
-  const float along_ray = centre.norm() / centre.z();
-  const float scale = along_ray * inv_trunc;
-  // The measurement's noise weight, at the block's depth (the band is thin against the depth).
-  const float wn = noiseWeight(centre.z());
-  const float fw = float(w), fh = float(h);
-  const float max_weight = p_.max_weight;
-  // Both images are continuous (the depth is made here, the colour checked by the caller).
-  const float* depth_data = depth.ptr<float>();
-  const uint8_t* bgr_data = colour ? f.bgr.ptr<uint8_t>() : nullptr;
-  for (int k = 0; k < kBlockSide; ++k) {
-    for (int j = 0; j < kBlockSide; ++j) {
-      const Eigen::Vector3f row = origin_c + ay * float(j) + az * float(k);
-      // Projection of the row's 8 voxels first (a loop the compiler vectorises), then the updates.
-      float zs[kBlockSide], us[kBlockSide], vs[kBlockSide];
-      for (int i = 0; i < kBlockSide; ++i) {
-        const float x = row.x() + ax.x() * float(i), y = row.y() + ax.y() * float(i), z = row.z() + ax.z() * float(i);
-        const float inv_z = 1.f / z;
-        zs[i] = z;
-        us[i] = fx * x * inv_z + cx + 0.5f;
-        vs[i] = fy * y * inv_z + cy + 0.5f;
-      }
-      // Depth under each voxel (0: outside the image or unusable), gathered one by one.
-      float ds[kBlockSide];
-      int pixel[kBlockSide];
-      for (int i = 0; i < kBlockSide; ++i) {
-        const bool inside = zs[i] > 0.f && us[i] >= 0.f && vs[i] >= 0.f && us[i] < fw && vs[i] < fh;
-        pixel[i] = inside ? int(vs[i]) * w + int(us[i]) : 0;
-        ds[i] = inside ? depth_data[pixel[i]] : 0.f;
-      }
-      // Branch-free running averages over the row (the compiler vectorises this loop).
-      const int row_start = kBlockSide * j + kBlockSide * kBlockSide * k;
-      float* T = b.tsdf.data() + row_start;
-      float* W = b.weight.data() + row_start;
-      float near_surface[kBlockSide], rate[kBlockSide];
-      for (int i = 0; i < kBlockSide; ++i) {
-        // Signed distance along the ray through the voxel, in truncation units.
-        const float value = (ds[i] - zs[i]) * scale;
-        // Free space seen again where only free space was seen: nothing to average. (Masks as
-        // numbers, so that the loop has no branch.)
-        const float settled = float(value >= 1.f) * float(T[i] >= 1.f) * float(W[i] > 0.f);
-        const float update = float(ds[i] > 0.f) * float(value >= -1.f) * (1.f - settled);
-        const float total = W[i] + wn;
-        const float a = update * wn / total;
-        T[i] += a * (std::min(1.f, value) - T[i]);
-        W[i] += update * (std::min(total, max_weight) - W[i]);
-        rate[i] = a;
-        near_surface[i] = float(value < 1.f) * a;
-      }
-      if (!colour) continue;
-      for (int i = 0; i < kBlockSide; ++i) {
-        if (near_surface[i] <= 0.f) continue;
-        const uint8_t* c = bgr_data + 3 * pixel[i];
-        auto& dst = b.bgr[size_t(row_start + i)];
-        for (int ch = 0; ch < 3; ++ch)
-          dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[i] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
-      }
-    }
+  const Eigen::Vector3f centre = origin_c + steps.rowwise().sum() * (0.5f * float(kBlockSide - 1));
+  if (centre.z() <= 0.f) return 0;
+  BlockProjection p;
+  for (int c = 0; c < 3; ++c) {
+    p.origin[c] = origin_c[c];
+    for (int axis = 0; axis < 3; ++axis) p.step[axis][c] = steps(c, axis);
   }
+  p.fx = float(f.fx);
+  p.fy = float(f.fy);
+  p.cx = float(f.cx);
+  p.cy = float(f.cy);
+  p.width = band_.width();
+  p.height = band_.height();
+  p.outside = band_.outsideIndex();
+  p.scale = centre.norm() / centre.z() * (1.f / (p_.truncation_vox * vox));
+  // The measurement's noise weight, at the block's depth (the band is thin against the depth).
+  p.weight = noiseWeight(centre.z());
+  p.max_weight = p_.max_weight;
+  alignas(32) int pixel[kBlockVoxels];
+  alignas(32) float rate[kBlockVoxels];
+  const int updated = updateBlockVoxels(p, band_.depth(), b.tsdf.data(), b.weight.data(), pixel, rate);
+  if (f.bgr.empty()) return updated;
+  const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
+  for (int n = 0; n < kBlockVoxels; ++n) {
+    if (rate[n] <= 0.f) continue;
+    const uint8_t* c = bgr_data + 3 * pixel[n];
+    auto& dst = b.bgr[size_t(n)];
+    for (int ch = 0; ch < 3; ++ch)
+      dst[size_t(ch)] = uint8_t(float(dst[size_t(ch)]) + rate[n] * (float(c[ch]) - float(dst[size_t(ch)])) + 0.5f);
+  }
+  return updated;
 }
 
 void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
@@ -198,7 +158,9 @@ void TsdfVolume::markChanged(const VoxelBlock& b, uint64_t timestamp_ns) {
 
 IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   IntegrationStats stats;
-  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || input.fx <= 0 || input.fy <= 0) return stats;
+  if (input.depth_m.empty() || input.depth_m.type() != CV_32F || !(input.fx > 0) || !(input.fy > 0) ||
+      !std::isfinite(input.cx) || !std::isfinite(input.cy) || !input.T_world_camera.allFinite())
+    return stats;
   // Colour is used when it matches the depth pixel for pixel.
   DepthFrame frame = input;
   if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
@@ -206,37 +168,37 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
   else if (!frame.bgr.isContinuous())
     frame.bgr = frame.bgr.clone();
   std::vector<int> band;
-  collectBlocks(frame, band, stats);
-  // Depth with every unusable pixel set to 0: invalid, out of range, or on a depth edge (a pixel
-  // that jumps from a 4-neighbour by more than a few percent of its depth mixes two surfaces).
-  cv::Mat depth(frame.depth_m.size(), CV_32F);
-  const float min_m = p_.min_depth_m, max_m = p_.max_depth_m, jump = p_.edge_jump;
-  tbb::parallel_for(tbb::blocked_range<int>(0, depth.rows, 32), [&](const tbb::blocked_range<int>& r) {
-    const int cols = depth.cols, rows = depth.rows;
-    for (int v = r.begin(); v < r.end(); ++v) {
-      const float* src = frame.depth_m.ptr<float>(v);
-      const float* up = frame.depth_m.ptr<float>(std::max(v - 1, 0));
-      const float* down = frame.depth_m.ptr<float>(std::min(v + 1, rows - 1));
-      float* dst = depth.ptr<float>(v);
-      // Comparisons with NaN are false, so invalid pixels and neighbours drop out without tests;
-      // the masks combine with & so that the interior loop has no branch and vectorises.
-      dst[0] = 0.f;
-      dst[cols - 1] = 0.f;
-      for (int u = 1; u + 1 < cols; ++u) {
-        const float d = src[u], limit = jump * d;
-        const float l = src[u - 1], rt = src[u + 1], a = up[u], b = down[u];
-        const bool ok = (d >= min_m) & (d <= max_m) & (d > 0.f);
-        const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
-                          ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
-        dst[u] = (ok & !edge) ? d : 0.f;
-      }
-    }
-  });
+  std::vector<GridKey> fresh_keys;
+  collectBlocks(frame, band, fresh_keys);
   const Eigen::Matrix3f R_cw = frame.T_world_camera.topLeftCorner<3, 3>().transpose();
   const Eigen::Vector3f t_cw = -R_cw * frame.T_world_camera.topRightCorner<3, 1>();
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, band.size(), 16), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i != r.end(); ++i) integrateBlock(*blocks_[size_t(band[i])], frame, depth, R_cw, t_cw);
-  });
+  // Blocks not in the volume yet are fused on the side and kept only where the frame updated a
+  // voxel: the band's frusta are conservative, and a block they take in vain costs memory for
+  // good.
+  const size_t existing = band.size();
+  std::vector<std::unique_ptr<VoxelBlock>> fresh(fresh_keys.size());
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, existing + fresh.size(), 16),
+                    [&](const tbb::blocked_range<size_t>& r) {
+                      for (size_t i = r.begin(); i != r.end(); ++i) {
+                        if (i >= existing) {
+                          auto block = freshBlock(fresh_keys[i - existing]);
+                          if (integrateBlock(*block, frame, R_cw, t_cw) > 0) fresh[i - existing] = std::move(block);
+                          continue;
+                        }
+                        // The next block's voxels come from memory while this one is fused.
+                        if (i + 1 < std::min(r.end(), existing)) prefetchVoxels(*blocks_[size_t(band[i + 1])]);
+                        integrateBlock(*blocks_[size_t(band[i])], frame, R_cw, t_cw);
+                      }
+                    });
+  for (auto& block : fresh) {
+    if (!block) continue;
+    if (blocks_.size() >= max_blocks_) {
+      ++stats.blocks_refused;
+      continue;
+    }
+    band.push_back(adopt(std::move(block)));
+    ++stats.blocks_allocated;
+  }
   for (int index : band) markChanged(*blocks_[size_t(index)], frame.timestamp_ns);
   stats.blocks_updated = int(band.size());
   return stats;

@@ -11,6 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "mapping/internal/band_blocks.h"
+
 namespace pv::internal {
 
 constexpr int kBlockSide = 8;
@@ -76,7 +78,8 @@ class TsdfVolume {
  public:
   explicit TsdfVolume(const TsdfParameters& parameters);
 
-  /// Fuses one frame; blocks beyond `max_blocks` are not allocated (counted as refused).
+  /// Fuses one frame. A block is allocated where the frame updates one of its voxels; blocks
+  /// beyond `max_blocks` are not (counted as refused).
   IntegrationStats integrate(const DepthFrame& frame);
   /// Limit on the number of blocks (the memory budget); existing blocks are kept.
   void setMaxBlocks(size_t max_blocks) { max_blocks_ = max_blocks; }
@@ -92,10 +95,12 @@ class TsdfVolume {
   const TsdfParameters& parameters() const { return p_; }
 
  private:
-  int allocate(const GridKey& key);
-  void collectBlocks(const DepthFrame& frame, std::vector<int>& out, IntegrationStats& stats);
-  void integrateBlock(VoxelBlock& block, const DepthFrame& frame, const cv::Mat& depth, const Eigen::Matrix3f& R_cw,
-                      const Eigen::Vector3f& t_cw) const;
+  static std::unique_ptr<VoxelBlock> freshBlock(const GridKey& key);
+  int adopt(std::unique_ptr<VoxelBlock> block);
+  void collectBlocks(const DepthFrame& frame, std::vector<int>& existing, std::vector<GridKey>& fresh);
+  /// Returns the number of voxels updated.
+  int integrateBlock(VoxelBlock& block, const DepthFrame& frame, const Eigen::Matrix3f& R_cw,
+                     const Eigen::Vector3f& t_cw) const;
   void markChanged(const VoxelBlock& block, uint64_t timestamp_ns);
 
   TsdfParameters p_;
@@ -105,6 +110,9 @@ class TsdfVolume {
   std::unordered_map<GridKey, int, GridKeyHash> block_index_;
   std::vector<ChunkInfo> chunks_;
   std::unordered_map<GridKey, int, GridKeyHash> chunk_index_;
+  // Scratch reused from frame to frame: the fused depth and the keys of its band's blocks.
+  DepthBand band_;
+  std::vector<uint64_t> band_keys_;
 };
 
 /// floor(a / b) for integers.
