@@ -15,28 +15,28 @@ namespace pv::internal {
 
 namespace {
 
-constexpr uint16_t kMaxCost = 31;      // the census word's length: no match at all
-constexpr uint16_t kNeutralCost = 16;  // pixels without a prior: no preference
+constexpr uint8_t kMaxCost = 31;      // the census word's length: no match at all
+constexpr uint8_t kNeutralCost = 16;  // pixels without a prior: no preference
 
 /// Costs of row y for every offset k: slices[k](y, x) = Hamming distance between the left pixel
 /// and the right pixel at the prior's disparity + k - radius. Written without branches over x so
 /// that the compiler vectorises it (a gather of the right census words per offset).
 PV_VECTOR_CLONES
 void offsetCostsRow(const uint32_t* left, const uint32_t* right, const float* prior, int width, int radius,
-                    uint16_t* const* rows, int* first) {
+                    uint8_t* const* rows, int* first) {
   for (int x = 0; x < width; ++x) {
     const float p = prior[x];
     first[x] = p == p ? static_cast<int>(p + 0.5f) - radius : -(1 << 20);
   }
   for (int k = 0; k < 2 * radius + 1; ++k) {
-    uint16_t* out = rows[k];
+    uint8_t* out = rows[k];
     for (int x = 0; x < width; ++x) {
       const bool known = first[x] > -(1 << 20);
       const int d = first[x] + k, xr = x - d;
       const bool inside = known & (d >= 0) & (xr >= 0);
       const uint32_t word = right[inside ? xr : 0];
-      const uint16_t unmatched = known ? kMaxCost : kNeutralCost;
-      out[x] = inside ? static_cast<uint16_t>(__builtin_popcount(left[x] ^ word)) : unmatched;
+      const uint8_t unmatched = known ? kMaxCost : kNeutralCost;
+      out[x] = inside ? static_cast<uint8_t>(__builtin_popcount(left[x] ^ word)) : unmatched;
     }
   }
 }
@@ -83,26 +83,29 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
                         int window) {
   CV_Assert(census_left.type() == CV_32S && census_right.type() == CV_32S && prior_px.type() == CV_32F);
   CV_Assert(census_left.size() == census_right.size() && census_left.size() == prior_px.size());
-  CV_Assert(radius >= 1 && radius <= 3 && window % 2 == 1);
+  CV_Assert(radius >= 1 && radius <= 3 && window % 2 == 1 && window <= 45);
   const int K = 2 * radius + 1, w = prior_px.cols;
   std::vector<cv::Mat> slices(static_cast<size_t>(K));
-  for (cv::Mat& s : slices) s.create(prior_px.size(), CV_16U);
+  for (cv::Mat& s : slices) s.create(prior_px.size(), CV_8U);
   cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
-    std::vector<uint16_t*> row_ptrs(static_cast<size_t>(K));
+    std::vector<uint8_t*> row_ptrs(static_cast<size_t>(K));
     std::vector<int> first(static_cast<size_t>(w));
     for (int y = rows.start; y < rows.end; ++y) {
-      for (int k = 0; k < K; ++k) row_ptrs[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint16_t>(y);
+      for (int k = 0; k < K; ++k) row_ptrs[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint8_t>(y);
       offsetCostsRow(census_left.ptr<uint32_t>(y), census_right.ptr<uint32_t>(y), prior_px.ptr<float>(y), w, radius,
                      row_ptrs.data(), first.data());
     }
   });
-  for (cv::Mat& s : slices) cv::boxFilter(s, s, -1, cv::Size(window, window), cv::Point(-1, -1), false);
+  // Window sums (at most 31 * window^2, which 16 bits hold for windows up to 45).
+  std::vector<cv::Mat> sums(slices.size());
+  for (size_t k = 0; k < slices.size(); ++k)
+    cv::boxFilter(slices[k], sums[k], CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
 
   cv::Mat out(prior_px.size(), CV_32F);
   cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
     std::vector<const uint16_t*> cost(static_cast<size_t>(K));
     for (int y = rows.start; y < rows.end; ++y) {
-      for (int k = 0; k < K; ++k) cost[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint16_t>(y);
+      for (int k = 0; k < K; ++k) cost[static_cast<size_t>(k)] = sums[static_cast<size_t>(k)].ptr<uint16_t>(y);
       selectRow(cost.data(), prior_px.ptr<float>(y), w, radius, out.ptr<float>(y));
     }
   });

@@ -140,18 +140,19 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   }
   disparity.setTo(std::numeric_limits<float>::quiet_NaN(), level.unseen);
   if (l.size() != left.size()) {
-    disparity = upsampleDisparity(disparity, left.size());
-    confidence = nearestTo(confidence, left.size());
     // Near depth edges (the disparity changing by more than a pixel within two pixels) the
     // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
     // filtered half-resolution values are the steadier ones.
+    cv::Mat near_edge;
     if (recipe.full_refine_radius_px > 0) {
-      cv::Mat filled = disparity.clone(), hi, lo;
+      cv::Mat filled = disparity.clone(), spread;
       filled.setTo(0.f, invalidMask(filled));
-      const cv::Mat box = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5));
-      cv::dilate(filled, hi, box);
-      cv::erode(filled, lo, box);
-      const cv::Mat near_edge = (hi - lo) > 1.f;
+      cv::morphologyEx(filled, spread, cv::MORPH_GRADIENT, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
+      near_edge = nearestTo(spread > static_cast<float>(0.5 * scale), left.size());
+    }
+    disparity = upsampleDisparity(disparity, left.size());
+    confidence = nearestTo(confidence, left.size());
+    if (!near_edge.empty()) {
       // Only those pixels are searched (a NaN prior costs next to nothing).
       cv::Mat prior(disparity.size(), CV_32F, cv::Scalar(std::numeric_limits<float>::quiet_NaN()));
       disparity.copyTo(prior, near_edge);
