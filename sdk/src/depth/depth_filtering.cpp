@@ -6,14 +6,39 @@
 
 #include "depth/internal/depth_module.h"
 #include "depth/internal/stereo_stages.h"
+#include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
+
+namespace {
+
+struct RowLimits {
+  float min_disparity, max_disparity, confidence, texture, focal_baseline;
+};
+
+/// One row of filterToDepth's pixel loop, without branches so that it vectorises.
+PV_VECTOR_CLONES
+void filterRow(const RowLimits& l, int width, const float* d_in, const float* c_in, const float* t_in,
+               const uint8_t* s_in, float* d_out, float* c_out, float* z, uint8_t* rejected) {
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  for (int x = 0; x < width; ++x) {
+    const float d = d_in[x];
+    // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
+    const bool keep = (d >= l.min_disparity) & (d <= l.max_disparity) & (c_in[x] <= l.confidence) &
+                      (t_in[x] <= l.texture) & (s_in[x] == 0);
+    d_out[x] = keep ? d : kNaN;
+    c_out[x] = keep ? c_in[x] : kNaN;
+    z[x] = keep ? l.focal_baseline / d : kNaN;
+    rejected[x] = static_cast<uint8_t>(!keep);
+  }
+}
+
+}  // namespace
 
 DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
                         const DepthFilterParameters& p) {
   CV_Assert(stereo.disparity_px.type() == CV_32F && stereo.disparity_px.size() == left_gray.size());
   CV_Assert(stereo.confidence.type() == CV_32F && stereo.confidence.size() == left_gray.size());
-  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
   const float focal_baseline = static_cast<float>(fx_px * baseline_m);
   // The distance limits as disparities: nearer than the minimum is a larger disparity.
   const float max_disparity = p.min_depth_m > 0 ? focal_baseline / p.min_depth_m : std::numeric_limits<float>::max();
@@ -32,27 +57,13 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
   // Filters that are off read rows that pass everything, so the pixel loop has no branch.
   const std::vector<float> no_texture(static_cast<size_t>(left_gray.cols), 0.f);
   const std::vector<uint8_t> no_saturation(static_cast<size_t>(left_gray.cols), 0);
+  const RowLimits limits{min_disparity, max_disparity, confidence_limit, texture_limit, focal_baseline};
   cv::parallel_for_(cv::Range(0, left_gray.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* d_in = stereo.disparity_px.ptr<float>(y);
-      const float* c_in = stereo.confidence.ptr<float>(y);
-      const float* t_in = texture.empty() ? no_texture.data() : texture.ptr<float>(y);
-      const uint8_t* s_in = saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y);
-      float* d_out = disparity.ptr<float>(y);
-      float* c_out = confidence.ptr<float>(y);
-      float* z = out.depth_m.ptr<float>(y);
-      uint8_t* r_out = rejected.ptr<uint8_t>(y);
-      for (int x = 0; x < left_gray.cols; ++x) {
-        const float d = d_in[x];
-        // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
-        const bool keep = (d >= min_disparity) & (d <= max_disparity) & (c_in[x] <= confidence_limit) &
-                          (t_in[x] <= texture_limit) & (s_in[x] == 0);
-        d_out[x] = keep ? d : kNaN;
-        c_out[x] = keep ? c_in[x] : kNaN;
-        z[x] = keep ? focal_baseline / d : kNaN;
-        r_out[x] = static_cast<uint8_t>(!keep);
-      }
-    }
+    for (int y = rows.start; y < rows.end; ++y)
+      filterRow(limits, left_gray.cols, stereo.disparity_px.ptr<float>(y), stereo.confidence.ptr<float>(y),
+                texture.empty() ? no_texture.data() : texture.ptr<float>(y),
+                saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), disparity.ptr<float>(y),
+                confidence.ptr<float>(y), out.depth_m.ptr<float>(y), rejected.ptr<uint8_t>(y));
   });
 
   if (p.fill) {
