@@ -17,7 +17,9 @@ function(add_mapura_test)
   if(T_LABELS)
     list(APPEND _props LABELS "${T_LABELS}")
   endif()
-  gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${_props})
+  # Listing a test binary's cases loads OpenCV and the CUDA runtime; on a busy machine with a cold
+  # disk cache that can take longer than the default 5 s.
+  gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES ${_props})
 endfunction()
 
 function(add_mapura_qtest)
