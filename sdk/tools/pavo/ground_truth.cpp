@@ -1,34 +1,25 @@
 #include "ground_truth.h"
 
 #include <cstdio>
-#include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <sstream>
 
 #include "core/internal/coordinates.h"
+#include "io/internal/ktr_side_files.h"
 
 namespace pavo {
 
 bool GroundTruth::read(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) return false;
-  const Eigen::Matrix3f C = pv::internal::basisFromImage(pv::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream s(line);
-    double t, x, y, z, qx, qy, qz, qw;
-    if (!(s >> t >> x >> y >> z >> qx >> qy >> qz >> qw)) return false;
-    Eigen::Matrix4f T = Eigen::Matrix4f::Identity();
-    T.topLeftCorner<3, 3>() =
-        C.transpose() * Eigen::Quaternionf(float(qw), float(qx), float(qy), float(qz)).normalized().toRotationMatrix() *
-        C;
-    T.topRightCorner<3, 1>() = C.transpose() * Eigen::Vector3f(float(x), float(y), float(z));
-    t_s.push_back(t);
-    T_world_camera_image.push_back(T);
-  }
-  return !t_s.empty();
+  std::vector<Eigen::Matrix4d> poses;
+  if (!pv::internal::readTumTrajectory(path, t_s, poses) || poses.empty()) return false;
+  const Eigen::Matrix4f C = [] {
+    Eigen::Matrix4f m = Eigen::Matrix4f::Identity();
+    m.topLeftCorner<3, 3>() = pv::internal::basisFromImage(pv::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
+    return m;
+  }();
+  T_world_camera_image.clear();
+  for (const Eigen::Matrix4d& T : poses) T_world_camera_image.push_back(C.transpose() * T.cast<float>() * C);
+  return true;
 }
 
 bool GroundTruth::pose(uint64_t timestamp_ns, int index, Eigen::Matrix4f& T) const {

@@ -1,0 +1,89 @@
+// `pavo eval mesh` judging a map against the truth of its recording: completeness over what the
+// recording's true depth shows, figures that react when the map is worse, and clear refusals.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "test_utils.h"
+
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::string output;
+};
+
+// Runs the pavo tool with `args` (a shell word list), capturing stdout and stderr.
+ToolRun pavo(const std::string& args) {
+  ToolRun r;
+  FILE* p = popen((std::string(PAVO_TOOL) + " " + args + " 2>&1").c_str(), "r");
+  if (!p) return r;
+  std::array<char, 4096> buf{};
+  size_t n = 0;
+  while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) r.output.append(buf.data(), n);
+  r.status = pclose(p);
+  return r;
+}
+
+// The "N of M truth samples seen" count of the last line.
+long seenSamples(const std::string& output) {
+  const size_t at = output.find(" of ", output.find("map points; "));
+  if (at == std::string::npos) return -1;
+  const size_t start = output.rfind(' ', at - 1);
+  return std::stol(output.substr(start + 1, at - start - 1));
+}
+
+double figure(const std::string& output, const std::string& name) {
+  std::istringstream in(output);
+  std::string key;
+  double value = -1;
+  while (in >> key) {
+    if (key == name && (in >> value)) return value;
+  }
+  return -1;
+}
+
+TEST(PavoEvalMesh, CompletenessCountsWhatTheRecordingShowsWithinTheRange) {
+  const std::string dir = mapura::test::scratchDir("pavo_eval_mesh");
+  const std::string ktr = dir + "/room.ktr";
+  ToolRun r = pavo("synth room -o " + ktr + " --frames 24 --resolution VGA --gt-depth");
+  ASSERT_EQ(r.status, 0) << r.output;
+  r = pavo("map " + ktr + " -o " + dir + "/map --resolution 0.05 --range 3 --gt-poses");
+  ASSERT_EQ(r.status, 0) << r.output;
+  const std::string mesh = dir + "/map/mesh.ply", truth = dir + "/room.gt.ply";
+
+  // Against the truth the frames show within the map's range, the map is nearly complete; the
+  // same truth judged by nearness to the map alone counts places the camera never looked at.
+  const ToolRun seen = pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05 --recording " + ktr + " --range 3");
+  ASSERT_EQ(seen.status, 0) << seen.output;
+  const double complete = figure(seen.output, "completeness_pct");
+  EXPECT_GT(complete, 90.0) << seen.output;
+  EXPECT_LT(figure(seen.output, "accuracy_mean_m"), 0.025) << seen.output;
+  const ToolRun near = pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05");
+  ASSERT_EQ(near.status, 0) << near.output;
+  EXPECT_LT(figure(near.output, "completeness_pct"), complete) << near.output;
+
+  // A shorter range sees less truth: what lies beyond it no longer counts.
+  const ToolRun short_range =
+      pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05 --recording " + ktr + " --range 2");
+  ASSERT_EQ(short_range.status, 0) << short_range.output;
+  EXPECT_GT(seenSamples(short_range.output), 0) << short_range.output;
+  EXPECT_LT(seenSamples(short_range.output), seenSamples(seen.output)) << short_range.output;
+
+  // Refusals: --range without --recording, a recording without its true depth folder.
+  EXPECT_NE(pavo("eval mesh " + mesh + " " + truth + " --range 2").status, 0);
+  const std::string bare = dir + "/bare.ktr";
+  std::ifstream src(ktr, std::ios::binary);
+  std::ofstream(bare, std::ios::binary) << src.rdbuf();
+  std::ifstream gt(dir + "/room.gt.txt");
+  std::ofstream(dir + "/bare.gt.txt") << gt.rdbuf();
+  const ToolRun missing = pavo("eval mesh " + mesh + " " + truth + " --recording " + bare);
+  EXPECT_NE(missing.status, 0);
+  EXPECT_NE(missing.output.find("true depth"), std::string::npos) << missing.output;
+}
+
+}  // namespace
