@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
@@ -49,6 +50,17 @@ std::string scratchDir(const std::string& name) {
   fs::create_directories(p, ec);
   madeFolders().push_back(p);
   return p.string();
+}
+
+CommandRun runCommand(const std::string& program, const std::string& arguments) {
+  CommandRun r;
+  FILE* pipe = popen((program + " " + arguments + " 2>&1").c_str(), "r");
+  if (!pipe) return r;
+  char buffer[4096];
+  size_t n = 0;
+  while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) r.out.append(buffer, n);
+  r.status = pclose(pipe);
+  return r;
 }
 
 }  // namespace mapura::test

@@ -16,6 +16,15 @@ std::string sharedDataPath(const std::string& relative);
 /// unless MAPURA_KEEP_SCRATCH is set.
 std::string scratchDir(const std::string& name);
 
+/// What a command-line program printed (stdout and stderr) and its exit status.
+struct CommandRun {
+  int status = -1;  ///< as pclose returns it: 0 for success
+  std::string out;
+};
+
+/// Runs `program` with `arguments` (one shell word list, quoted as needed) and waits for it.
+CommandRun runCommand(const std::string& program, const std::string& arguments);
+
 }  // namespace mapura::test
 
 /// Skips the current GoogleTest test when a shared data path is missing.

@@ -11,20 +11,9 @@
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string out;
-};
+using mapura::test::CommandRun;
 
-ToolRun runTool(const std::string& file) {
-  ToolRun r;
-  FILE* pipe = popen((std::string(PAVO_EXE) + " mesh-info '" + file + "' 2>&1").c_str(), "r");
-  if (!pipe) return r;
-  char buffer[512];
-  while (fgets(buffer, sizeof(buffer), pipe)) r.out += buffer;
-  r.status = pclose(pipe);
-  return r;
-}
+CommandRun runTool(const std::string& file) { return mapura::test::runCommand(PAVO_EXE, "mesh-info '" + file + "'"); }
 
 TEST(MeshInfoTool, PrintsTrianglesPointsTextureAndChunks) {
   const std::string dir = mapura::test::scratchDir("mesh_info_tool");
@@ -34,7 +23,7 @@ TEST(MeshInfoTool, PrintsTrianglesPointsTextureAndChunks) {
   ASSERT_TRUE(mesh.save((dir + "/scan.obj").c_str(), pv::MESH_FILE_FORMAT::OBJ));
   pv::Mesh loaded;
   ASSERT_TRUE(loaded.load((dir + "/scan.obj").c_str()));
-  const ToolRun textured = runTool(dir + "/scan.obj");
+  const CommandRun textured = runTool(dir + "/scan.obj");
   EXPECT_EQ(textured.status, 0);
   EXPECT_EQ(textured.out, "triangles: 90000\npoints: " + std::to_string(loaded.getNumberOfPoints()) +
                               "\ntextured: yes\nchunks: " + std::to_string(loaded.chunks.size()) + "\n");
@@ -47,7 +36,7 @@ TEST(MeshInfoTool, PrintsTrianglesPointsTextureAndChunks) {
   pv::FusedPointCloud cloud;
   for (const pv::float3& v : mesh.vertices) cloud.vertices.push_back({v.x, v.y, v.z, 0.f});
   ASSERT_TRUE(cloud.save((dir + "/cloud.ply").c_str(), pv::MESH_FILE_FORMAT::PLY));
-  const ToolRun points = runTool(dir + "/cloud.ply");
+  const CommandRun points = runTool(dir + "/cloud.ply");
   EXPECT_EQ(points.status, 0);
   EXPECT_EQ(points.out.rfind(
                 "triangles: 0\npoints: " + std::to_string(cloud.vertices.size()) + "\ntextured: no\nchunks: ", 0),
@@ -55,7 +44,7 @@ TEST(MeshInfoTool, PrintsTrianglesPointsTextureAndChunks) {
       << points.out;
 
   std::ofstream(dir + "/broken.ply") << "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nend_header\n1\n";
-  const ToolRun broken = runTool(dir + "/broken.ply");
+  const CommandRun broken = runTool(dir + "/broken.ply");
   EXPECT_NE(broken.status, 0);
   EXPECT_NE(broken.out.find("pavo mesh-info: cannot open"), std::string::npos) << broken.out;
 }

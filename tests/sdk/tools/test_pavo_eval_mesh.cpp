@@ -2,8 +2,6 @@
 // recording's true depth shows, figures that react when the map is worse, and clear refusals.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -12,22 +10,9 @@
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string output;
-};
+using ToolRun = mapura::test::CommandRun;
 
-// Runs the pavo tool with `args` (a shell word list), capturing stdout and stderr.
-ToolRun pavo(const std::string& args) {
-  ToolRun r;
-  FILE* p = popen((std::string(PAVO_TOOL) + " " + args + " 2>&1").c_str(), "r");
-  if (!p) return r;
-  std::array<char, 4096> buf{};
-  size_t n = 0;
-  while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) r.output.append(buf.data(), n);
-  r.status = pclose(p);
-  return r;
-}
+ToolRun pavo(const std::string& args) { return mapura::test::runCommand(PAVO_TOOL, args); }
 
 // The "N of M truth samples seen" count of the last line.
 long seenSamples(const std::string& output) {
@@ -51,28 +36,28 @@ TEST(PavoEvalMesh, CompletenessCountsWhatTheRecordingShowsWithinTheRange) {
   const std::string dir = mapura::test::scratchDir("pavo_eval_mesh");
   const std::string ktr = dir + "/room.ktr";
   ToolRun r = pavo("synth room -o " + ktr + " --frames 24 --resolution VGA --gt-depth");
-  ASSERT_EQ(r.status, 0) << r.output;
+  ASSERT_EQ(r.status, 0) << r.out;
   r = pavo("map " + ktr + " -o " + dir + "/map --resolution 0.05 --range 3 --gt-poses");
-  ASSERT_EQ(r.status, 0) << r.output;
+  ASSERT_EQ(r.status, 0) << r.out;
   const std::string mesh = dir + "/map/mesh.ply", truth = dir + "/room.gt.ply";
 
   // Against the truth the frames show within the map's range, the map is nearly complete; the
   // same truth judged by nearness to the map alone counts places the camera never looked at.
   const ToolRun seen = pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05 --recording " + ktr + " --range 3");
-  ASSERT_EQ(seen.status, 0) << seen.output;
-  const double complete = figure(seen.output, "completeness_pct");
-  EXPECT_GT(complete, 90.0) << seen.output;
-  EXPECT_LT(figure(seen.output, "accuracy_mean_m"), 0.025) << seen.output;
+  ASSERT_EQ(seen.status, 0) << seen.out;
+  const double complete = figure(seen.out, "completeness_pct");
+  EXPECT_GT(complete, 90.0) << seen.out;
+  EXPECT_LT(figure(seen.out, "accuracy_mean_m"), 0.025) << seen.out;
   const ToolRun near = pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05");
-  ASSERT_EQ(near.status, 0) << near.output;
-  EXPECT_LT(figure(near.output, "completeness_pct"), complete) << near.output;
+  ASSERT_EQ(near.status, 0) << near.out;
+  EXPECT_LT(figure(near.out, "completeness_pct"), complete) << near.out;
 
   // A shorter range sees less truth: what lies beyond it no longer counts.
   const ToolRun short_range =
       pavo("eval mesh " + mesh + " " + truth + " --threshold 0.05 --recording " + ktr + " --range 2");
-  ASSERT_EQ(short_range.status, 0) << short_range.output;
-  EXPECT_GT(seenSamples(short_range.output), 0) << short_range.output;
-  EXPECT_LT(seenSamples(short_range.output), seenSamples(seen.output)) << short_range.output;
+  ASSERT_EQ(short_range.status, 0) << short_range.out;
+  EXPECT_GT(seenSamples(short_range.out), 0) << short_range.out;
+  EXPECT_LT(seenSamples(short_range.out), seenSamples(seen.out)) << short_range.out;
 
   // Refusals: --range without --recording, a recording without its true depth folder.
   EXPECT_NE(pavo("eval mesh " + mesh + " " + truth + " --range 2").status, 0);
@@ -83,7 +68,7 @@ TEST(PavoEvalMesh, CompletenessCountsWhatTheRecordingShowsWithinTheRange) {
   std::ofstream(dir + "/bare.gt.txt") << gt.rdbuf();
   const ToolRun missing = pavo("eval mesh " + mesh + " " + truth + " --recording " + bare);
   EXPECT_NE(missing.status, 0);
-  EXPECT_NE(missing.output.find("true depth"), std::string::npos) << missing.output;
+  EXPECT_NE(missing.out.find("true depth"), std::string::npos) << missing.out;
 }
 
 }  // namespace
