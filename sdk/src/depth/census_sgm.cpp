@@ -1,11 +1,10 @@
 // Semi-global matching on census costs.
 //
 // Cost: the Hamming distance between census words (census.cpp). Aggregation: the scan-line
-// recurrence of semi-global matching along 3 or 5 directions that all run with the rows (left to
-// right, right to left, top to bottom and the two downward diagonals), so each row is matched as
-// soon as it is aggregated and no cost volume is ever stored: the working set is a few rows of
-// costs, which stays in the cache. The image is cut into horizontal stripes matched in parallel;
-// each stripe starts its downward paths a few rows above its first row so that the cut leaves no
+// recurrence of semi-global matching along 3 directions that all run with the rows (left to
+// right, right to left, top to bottom), so each row is matched as soon as it is aggregated and no cost volume is ever
+// stored: the working set is a few rows of costs, which stays in the cache. The image is cut into horizontal stripes
+// matched in parallel; each stripe starts its downward paths a few rows above its first row so that the cut leaves no
 // trace. The row kernel exists once per instruction set (census_sgm_kernel.inc); the best one for
 // the running CPU is picked once.
 #include <algorithm>
@@ -79,7 +78,6 @@ bool sgmKernelRuns(int kernel) { return kernel >= 0 && pickStripeMatcher(kernel)
 SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParameters& p) {
   CV_Assert(left.type() == CV_8UC1 && right.type() == CV_8UC1 && left.size() == right.size());
   CV_Assert(p.num_disparities >= 16 && p.num_disparities % 16 == 0 && p.num_disparities <= 256);
-  CV_Assert(p.paths == 3 || p.paths == 5);
   const int h = left.rows;
   const cv::Mat census_l = censusTransform(left), census_r = censusTransform(right);
   cv::Mat ad_left, ad_right;

@@ -9,37 +9,29 @@
 namespace pv::internal {
 
 bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
+  // Every mode checks left against right, removes speckles and runs the edge-aware filter (which
+  // also fills the holes the checks leave).
   r = ModeRecipe();
+  r.edge_aware = true;
+  r.edge_sigma = 1.5;
   switch (mode) {
-    case DEPTH_MODE::PERFORMANCE:
+    case DEPTH_MODE::PERFORMANCE:  // half size, coarse to fine past 64 disparities
       r.scale = 0.5;
-      r.paths = 3;
-      r.uniqueness_pct = 0;
       r.speckle_px = 50;
       r.max_search_px = 64;
-      r.edge_aware = true;
       r.edge_lambda = 300;
-      r.edge_sigma = 1.5;
       return true;
-    case DEPTH_MODE::QUALITY:
+    case DEPTH_MODE::QUALITY:  // half size over the whole range, full size near depth edges
       r.scale = 0.5;
-      r.paths = 3;
-      r.uniqueness_pct = 0;
       r.speckle_px = 100;
       r.full_refine_radius_px = 1;
-      r.full_refine_window_px = 13;
-      r.edge_aware = true;
       r.edge_lambda = 300;
-      r.edge_sigma = 1.5;
       return true;
-    case DEPTH_MODE::ULTRA:
+    case DEPTH_MODE::ULTRA:  // full size
       r.scale = 1.0;
-      r.paths = 3;
       r.uniqueness_pct = 5;
       r.speckle_px = 200;
-      r.edge_aware = true;
       r.edge_lambda = 100;
-      r.edge_sigma = 1.5;
       return true;
     default: return false;
   }
@@ -84,7 +76,6 @@ cv::Mat nearestTo(const cv::Mat& m, cv::Size size) {
 LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
   SgmParameters match;
   match.num_disparities = roundDisparityRange(range_px);
-  match.paths = recipe.paths;
   match.uniqueness_pct = recipe.uniqueness_pct;
   match.with_right = true;
   SgmResult matched = censusSgm(l, r, match);

@@ -26,13 +26,12 @@ struct StereoOutput {
 /// How a mode works: matching resolution and the stages it runs.
 struct ModeRecipe {
   double scale = 0.5;              ///< matching resolution relative to the input
-  int paths = 3;                   ///< semi-global matching directions (3 or 5)
   int max_search_px = 0;           ///< longest range matched in full; longer ones coarse to fine (0: never)
   int refine_radius_px = 2;        ///< coarse to fine: disparities searched on each side of the prior
   int full_refine_radius_px = 0;   ///< reduced-resolution modes: disparities searched at full size
   int full_refine_window_px = 13;  ///< and the cost window there
   int refine_window_px = 5;        ///< coarse to fine: cost window of the refinement
-  int uniqueness_pct = 10;         ///< matcher's uniqueness margin
+  int uniqueness_pct = 0;          ///< matcher's uniqueness margin (0: none)
   int speckle_px = 0;              ///< speckle removal size at the matching resolution (0: off)
   float lr_max_diff_px = 1.f;      ///< left-right disagreement that invalidates a pixel
   bool edge_aware = false;         ///< confidence-weighted smoothing guided by the image

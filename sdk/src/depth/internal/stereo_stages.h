@@ -27,7 +27,6 @@ struct SgmParameters {
   int num_disparities = 64;  ///< search range 0..num-1, a multiple of 16, at most 256
   int p1 = 22;               ///< small-jump penalty
   int p2 = 130;              ///< large-jump penalty (lowered across intensity edges)
-  int paths = 3;             ///< 3 (along the row both ways, downward) or 5 (also the two diagonals)
   int uniqueness_pct = 10;   ///< margin the best cost must win by, percent
   bool with_right = false;   ///< also the right image's disparity, from the same costs
   int ad_cap = 8;            ///< 0: census only; else the difference of horizontal gradients,
