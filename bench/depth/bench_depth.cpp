@@ -1,12 +1,13 @@
 // Time per HD720 frame of each depth mode, with the rectification a grab does first, beside
 // OpenCV's StereoSGBM on the same rectified pair.
 //
-//   bench_depth [--frames N] [--range PX] [--pair DIR]
+//   bench_depth [--frames N] [--range PX] [--pair DIR] [--mode performance|quality|ultra]
 //
 // The pair is a real one (ETH3D terrace by default) scaled to 1280x720 and treated as the raw
 // frames of a camera with lens distortion, so each frame is rectified (remap of both colour images
 // and conversion to grey) before matching, as Camera::grab does.
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -55,6 +56,7 @@ struct Rectifier {
 
 int main(int argc, char** argv) {
   int frames = 10, range = 0;
+  std::string only_mode;
   std::string pair_dir = std::string(MAPURA_SHARED_DATA) + "/eth3d_two_view/terrace";
   for (int i = 1; i + 1 < argc; i += 2) {
     if (!std::strcmp(argv[i], "--frames"))
@@ -63,6 +65,8 @@ int main(int argc, char** argv) {
       range = std::atoi(argv[i + 1]);
     else if (!std::strcmp(argv[i], "--pair"))
       pair_dir = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--mode"))
+      only_mode = argv[i + 1];
   }
   mapura::bench::printMachine();
   // As an opened camera does.
@@ -120,6 +124,9 @@ int main(int argc, char** argv) {
   const double sgbm_ms = median(base_ms), sgbm_cpu = median(base_cpu);
 
   for (pv::DEPTH_MODE mode : {pv::DEPTH_MODE::PERFORMANCE, pv::DEPTH_MODE::QUALITY, pv::DEPTH_MODE::ULTRA}) {
+    std::string name = pv::toString(mode).c_str();
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (!only_mode.empty() && name != only_mode) continue;
     pv::internal::StereoParameters params;
     params.mode = mode;
     params.max_disparity_px = range;

@@ -16,19 +16,23 @@ struct RowLimits {
   float min_disparity, max_disparity, confidence, texture, focal_baseline;
 };
 
-/// One row of filterToDepth's pixel loop, without branches so that it vectorises.
+/// One row of filterToDepth's pixel loop, without branches so that it vectorises (the limits are
+/// copied to locals and the rows marked unaliased, so nothing is reloaded per pixel).
 PV_VECTOR_CLONES
-void filterRow(const RowLimits& l, int width, const float* d_in, const float* c_in, const float* t_in,
-               const uint8_t* s_in, float* d_out, float* c_out, float* z, uint8_t* rejected) {
+void filterRow(const RowLimits& limits, int width, const float* __restrict d_in, const float* __restrict c_in,
+               const float* __restrict t_in, const uint8_t* __restrict s_in, float* __restrict d_out,
+               float* __restrict c_out, float* __restrict z, uint8_t* __restrict rejected) {
   constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  const float lo = limits.min_disparity, hi = limits.max_disparity, confidence = limits.confidence;
+  const float texture = limits.texture, focal_baseline = limits.focal_baseline;
   for (int x = 0; x < width; ++x) {
     const float d = d_in[x];
     // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
-    const bool keep = (d >= l.min_disparity) & (d <= l.max_disparity) & (c_in[x] <= l.confidence) &
-                      (t_in[x] <= l.texture) & (s_in[x] == 0);
+    const bool keep =
+        (d >= lo) & (d <= hi) & (c_in[x] <= confidence) & (t_in[x] <= texture) & (s_in[x] == 0);
     d_out[x] = keep ? d : kNaN;
     c_out[x] = keep ? c_in[x] : kNaN;
-    z[x] = keep ? l.focal_baseline / d : kNaN;
+    z[x] = keep ? focal_baseline / d : kNaN;
     rejected[x] = static_cast<uint8_t>(!keep);
   }
 }

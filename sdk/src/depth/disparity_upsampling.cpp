@@ -2,60 +2,97 @@
 #include <cmath>
 #include <limits>
 #include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
 #include <vector>
 
 #include "depth/internal/stereo_stages.h"
+#include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
 
 namespace {
 
-/// The common case of exactly twice the size, written so that the compiler vectorises it: each
-/// output row blends two source rows first, then each pair of output columns reads the blended
-/// values of two neighbouring source columns (weights 1/4 and 3/4).
-void upsampleTwice(const cv::Mat& src, cv::Mat& out) {
+/// Source rows of one output row of the doubling: the two rows blended vertically (with the
+/// weight of the second) and the nearest row.
+struct SourceRows {
+  const float *r0, *r1, *rn;
+  const float* confidence_n;  // the nearest row of the confidence, or null
+  float ay;
+};
+
+/// Per source column, with one guard column on each side: the vertical blend, the highest and
+/// lowest of the two rows, and 0 where both are valid (NaN where not).
+PV_INLINE void blendRows(const float* __restrict r0, const float* __restrict r1, float ay, int w,
+                         float* __restrict blend, float* __restrict hi, float* __restrict lo, float* __restrict ok) {
+  for (int k = 0; k < w; ++k) {
+    const float a = r0[k], c = r1[k];
+    blend[k + 1] = (1 - ay) * a + ay * c;
+    hi[k + 1] = a > c ? a : c;
+    lo[k + 1] = a < c ? a : c;
+    ok[k + 1] = (a - a) + (c - c);
+  }
+  for (float* v : {blend, hi, lo, ok}) {
+    v[0] = v[1];
+    v[w + 1] = v[w];
+  }
+}
+
+/// Output columns 2k + side (side 0: blending source columns k - 1 and k, side 1: k and k + 1,
+/// weights 1/4 and 3/4), only where all four values are valid (the spread is NaN otherwise) and
+/// within a pixel of each other; the nearest source value elsewhere.
+PV_INLINE void pickColumns(const float* __restrict blend, const float* __restrict hi, const float* __restrict lo,
+                           const float* __restrict ok, const float* __restrict nearest, int w, int side,
+                           float* __restrict out) {
+  const int j = side == 0 ? -1 : 1;
+  for (int k = 0; k < w; ++k) {
+    const int i = k + 1;
+    const float top = hi[i] > hi[i + j] ? hi[i] : hi[i + j], bottom = lo[i] < lo[i + j] ? lo[i] : lo[i + j];
+    const float spread = (top - bottom) + ok[i] + ok[i + j];
+    out[k] = 2.f * (spread < 1.f ? 0.75f * blend[i] + 0.25f * blend[i + j] : nearest[k]);
+  }
+}
+
+/// `out[2k] = even[k]`, `out[2k + 1] = odd[k]`.
+PV_INLINE void interleave(const float* __restrict even, const float* __restrict odd, int w, float* __restrict out) {
+  for (int k = 0; k < w; ++k) {
+    out[2 * k] = even[k];
+    out[2 * k + 1] = odd[k];
+  }
+}
+
+/// One output row of the doubling, written so that every loop vectorises: the vertical blend
+/// first, then the columns. `scratch` holds 6 * (w + 2) floats.
+PV_VECTOR_CLONES
+void upsampleRowTwice(const SourceRows& s, int w, float* scratch, float* out, float* confidence_out) {
+  float *blend = scratch, *hi = blend + (w + 2), *lo = hi + (w + 2), *ok = lo + (w + 2);
+  float *even = ok + (w + 2), *odd = even + (w + 2);
+  blendRows(s.r0, s.r1, s.ay, w, blend, hi, lo, ok);
+  pickColumns(blend, hi, lo, ok, s.rn, w, 0, even);
+  pickColumns(blend, hi, lo, ok, s.rn, w, 1, odd);
+  interleave(even, odd, w, out);
+  if (!confidence_out) return;
+  // The nearest source confidence, NaN where the output disparity is.
+  for (float* side : {even, odd}) {
+    const float* __restrict c = s.confidence_n;
+    float* __restrict v = side;
+    for (int k = 0; k < w; ++k) v[k] = (v[k] - v[k]) + c[k];
+  }
+  interleave(even, odd, w, confidence_out);
+}
+
+/// The common case of exactly twice the size; the confidence too when `confidence` is not empty.
+void upsampleTwice(const cv::Mat& src, const cv::Mat& confidence, cv::Mat& out, cv::Mat& confidence_out) {
   const int w = src.cols, h = src.rows;
   cv::parallel_for_(cv::Range(0, out.rows), [&](const cv::Range& rows) {
-    // Per source column: the vertical blend, the highest and lowest of the two rows, and whether
-    // both are valid (as 1/0, so the column loop has no branch). One guard column on each side.
-    std::vector<float> blend(static_cast<size_t>(w + 2)), hi(blend.size()), lo(blend.size()), ok(blend.size());
-    std::vector<float> pair(static_cast<size_t>(w));
+    std::vector<float> scratch(static_cast<size_t>(6 * (w + 2)));
     for (int y = rows.start; y < rows.end; ++y) {
       const int y_even = y / 2, y0 = (y % 2 == 0) ? std::max(y_even - 1, 0) : y_even;
       const int y1 = (y % 2 == 0) ? y_even : std::min(y_even + 1, h - 1);
       const float ay = (y % 2 == 0) ? (y_even == 0 ? 0.f : 0.75f) : (y_even + 1 < h ? 0.25f : 0.f);
-      const float* r0 = src.ptr<float>(y0);
-      const float* r1 = src.ptr<float>(y1);
-      const float* rn = src.ptr<float>(y_even);
-      for (int k = 0; k < w; ++k) {
-        const float a = r0[k], c = r1[k];
-        const size_t i = static_cast<size_t>(k + 1);
-        blend[i] = (1 - ay) * a + ay * c;
-        hi[i] = a > c ? a : c;
-        lo[i] = a < c ? a : c;
-        ok[i] = static_cast<float>((a == a) & (c == c));
-      }
-      blend[0] = blend[1];
-      hi[0] = hi[1];
-      lo[0] = lo[1];
-      ok[0] = ok[1];
-      const size_t last = static_cast<size_t>(w);
-      blend[last + 1] = blend[last];
-      hi[last + 1] = hi[last];
-      lo[last + 1] = lo[last];
-      ok[last + 1] = ok[last];
-      float* o = out.ptr<float>(y);
-      // Even output columns blend source columns k-1 and k, odd ones k and k+1 (j = i -+ 1).
-      for (int side = 0; side < 2; ++side) {
-        const int step = side == 0 ? -1 : 1;
-        for (int k = 0; k < w; ++k) {
-          const size_t i = static_cast<size_t>(k + 1), j = static_cast<size_t>(k + 1 + step);
-          const float top = hi[i] > hi[j] ? hi[i] : hi[j], bottom = lo[i] < lo[j] ? lo[i] : lo[j];
-          const bool smooth = (ok[i] * ok[j] > 0.f) & (top - bottom < 1.f);
-          pair[static_cast<size_t>(k)] = 2.f * (smooth ? 0.75f * blend[i] + 0.25f * blend[j] : rn[k]);
-        }
-        for (int k = 0; k < w; ++k) o[2 * k + side] = pair[static_cast<size_t>(k)];
-      }
+      const SourceRows s{src.ptr<float>(y0), src.ptr<float>(y1), src.ptr<float>(y_even),
+                         confidence.empty() ? nullptr : confidence.ptr<float>(y_even), ay};
+      upsampleRowTwice(s, w, scratch.data(), out.ptr<float>(y),
+                       confidence.empty() ? nullptr : confidence_out.ptr<float>(y));
     }
   });
 }
@@ -70,8 +107,8 @@ cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size) {
   const float sy = static_cast<float>(disparity_px.rows) / full_size.height;
   const int w = disparity_px.cols, h = disparity_px.rows;
   if (full_size.width == 2 * w && full_size.height == 2 * h) {
-    cv::Mat out(full_size, CV_32F);
-    upsampleTwice(disparity_px, out);
+    cv::Mat out(full_size, CV_32F), no_confidence;
+    upsampleTwice(disparity_px, cv::Mat(), out, no_confidence);
     return out;
   }
   // Source columns and weights of every output column, computed once.
@@ -110,6 +147,24 @@ cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size) {
     }
   });
   return out;
+}
+
+}  // namespace pv::internal
+
+namespace pv::internal {
+
+void upsampleWithConfidence(const cv::Mat& disparity_px, const cv::Mat& confidence, cv::Size full_size,
+                            cv::Mat& disparity_out, cv::Mat& confidence_out) {
+  CV_Assert(confidence.type() == CV_32F && confidence.size() == disparity_px.size());
+  if (full_size.width == 2 * disparity_px.cols && full_size.height == 2 * disparity_px.rows) {
+    disparity_out.create(full_size, CV_32F);
+    confidence_out.create(full_size, CV_32F);
+    upsampleTwice(disparity_px, confidence, disparity_out, confidence_out);
+    return;
+  }
+  disparity_out = upsampleDisparity(disparity_px, full_size);
+  cv::resize(confidence, confidence_out, full_size, 0, 0, cv::INTER_NEAREST);
+  confidence_out.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity_out));
 }
 
 }  // namespace pv::internal

@@ -27,3 +27,12 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQ
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx2.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v3")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm.cpp PROPERTIES COMPILE_DEFINITIONS PV_SGM_ISA_BUILDS)
 endif()
+
+# The row loops of these files select with comparisons (NaN marks invalid pixels); without trapping
+# floating point (nothing here reads the exception flags) the compiler turns them into vector
+# blends instead of branches.
+if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/depth_filtering.cpp ${CMAKE_CURRENT_LIST_DIR}/disparity_upsampling.cpp
+                      ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp ${CMAKE_CURRENT_LIST_DIR}/census.cpp
+               APPEND PROPERTY COMPILE_OPTIONS "-fno-trapping-math")
+endif()

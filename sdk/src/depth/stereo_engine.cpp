@@ -89,21 +89,48 @@ LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const M
   return out;
 }
 
-/// Disparity of the pair: matched over the whole range where it is short enough, else matched at
-/// half this size and refined here around the coarse result (a long range costs the matcher in
-/// proportion, the refinement a few disparities per pixel).
-LevelResult matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
+/// Disparity and doubt of one level, cleaned and filtered.
+struct Filtered {
+  cv::Mat disparity_px;
+  cv::Mat confidence;
+  cv::Mat unseen;  // 255 where the right camera does not see
+};
+
+/// Matches the pair over the whole range, removes speckles and runs the edge-aware filter.
+Filtered matchAndFilter(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
+  LevelResult level = matchLevel(l, r, range_px, recipe);
+  Filtered out;
+  out.unseen = level.unseen;
+  out.disparity_px = level.disparity_px;
+  if (recipe.speckle_px > 0) removeSpeckles(out.disparity_px, recipe.speckle_px, 1.0f);
+  out.confidence = disparityConfidence(out.disparity_px, level.lr_diff_px);
+  if (recipe.edge_aware) {
+    // Guided by the image at this level; the filter also fills the holes the checks left. Pixels
+    // it invents take the doubt of their neighbourhood.
+    out.disparity_px = filterEdgeAware(out.disparity_px, measurementWeight(out.confidence, level.lr_diff_px), l,
+                                       recipe.edge_lambda, recipe.edge_sigma);
+    cv::Mat doubt = out.confidence.clone();
+    doubt.setTo(100.f, invalidMask(doubt));
+    cv::Mat recomputed = disparityConfidence(out.disparity_px, cv::Mat());
+    out.confidence = cv::max(recomputed, cv::min(doubt, 100.f));
+  }
+  out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
+  return out;
+}
+
+/// Disparity of the pair: matched and filtered over the whole range where it is short enough,
+/// else matched and filtered at half this size and refined here around that result (a long range
+/// costs the matcher in proportion, the refinement a few disparities per pixel).
+Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
   if (recipe.max_search_px <= 0 || range_px <= recipe.max_search_px || l.cols < 64 || l.rows < 32)
-    return matchLevel(l, r, range_px, recipe);
-  LevelResult coarse = matchPyramid(halfSize(l), halfSize(r), (range_px + 1) / 2, recipe);
-  if (recipe.speckle_px > 0) removeSpeckles(coarse.disparity_px, std::max(4, recipe.speckle_px / 4), 1.0f);
-  // The refinement searches around the prior, so a whole-pixel prior (nearest) is enough.
+    return matchAndFilter(l, r, range_px, recipe);
+  const Filtered coarse = matchPyramid(halfSize(l), halfSize(r), (range_px + 1) / 2, recipe);
+  Filtered out;
+  out.unseen = nearestTo(coarse.unseen, l.size());
+  out.confidence = nearestTo(coarse.confidence, l.size());
   const cv::Mat prior = nearestTo(coarse.disparity_px, l.size()) * 2.f;
-  LevelResult out;
   out.disparity_px =
       refineDisparity(censusTransform(l), censusTransform(r), prior, recipe.refine_radius_px, recipe.refine_window_px);
-  out.lr_diff_px = nearestTo(coarse.lr_diff_px, l.size()) * 2.f;
-  out.unseen = nearestTo(coarse.unseen, l.size());
   return out;
 }
 
@@ -115,21 +142,8 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     cv::resize(right, r, cv::Size(), recipe.scale, recipe.scale, cv::INTER_AREA);
   }
   const double scale = static_cast<double>(l.cols) / left.cols;
-  LevelResult level = matchPyramid(l, r, static_cast<int>(std::ceil(params.max_disparity_px * scale)), recipe);
-  cv::Mat disparity = level.disparity_px;
-  if (recipe.speckle_px > 0) removeSpeckles(disparity, recipe.speckle_px, 1.0f);
-  cv::Mat confidence = disparityConfidence(disparity, level.lr_diff_px);
-  if (recipe.edge_aware) {
-    // Guided by the image at the matching resolution; the filter also fills the holes the checks
-    // left. Pixels it invents take the doubt of their neighbourhood.
-    disparity = filterEdgeAware(disparity, measurementWeight(confidence, level.lr_diff_px), l, recipe.edge_lambda,
-                                recipe.edge_sigma);
-    cv::Mat doubt = confidence.clone();
-    doubt.setTo(100.f, invalidMask(doubt));
-    cv::Mat recomputed = disparityConfidence(disparity, cv::Mat());
-    confidence = cv::max(recomputed, cv::min(doubt, 100.f));
-  }
-  disparity.setTo(std::numeric_limits<float>::quiet_NaN(), level.unseen);
+  Filtered level = matchPyramid(l, r, static_cast<int>(std::ceil(params.max_disparity_px * scale)), recipe);
+  cv::Mat disparity = level.disparity_px, confidence = level.confidence;
   if (l.size() != left.size()) {
     // Near depth edges (the disparity changing by more than a pixel within two pixels) the
     // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
@@ -141,20 +155,23 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
       cv::morphologyEx(filled, spread, cv::MORPH_GRADIENT, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
       near_edge = nearestTo(spread > static_cast<float>(0.5 * scale), left.size());
     }
-    disparity = upsampleDisparity(disparity, left.size());
-    confidence = nearestTo(confidence, left.size());
+    cv::Mat full_disparity, full_confidence;
+    upsampleWithConfidence(disparity, confidence, left.size(), full_disparity, full_confidence);
+    disparity = full_disparity;
+    confidence = full_confidence;
     if (!near_edge.empty()) {
       // Only those pixels are searched (a NaN prior costs next to nothing).
       cv::Mat prior(disparity.size(), CV_32F, cv::Scalar(std::numeric_limits<float>::quiet_NaN()));
       disparity.copyTo(prior, near_edge);
       const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), prior,
                                               recipe.full_refine_radius_px, recipe.full_refine_window_px);
-      refined.copyTo(disparity, near_edge);
+      refined.copyTo(disparity, near_edge);  // valid where the prior was, so the confidence holds
     }
+  } else {
+    confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
   }
   out.disparity_px = disparity;
   out.confidence = confidence;
-  out.confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
   if (params.with_texture_confidence) out.texture_confidence = textureConfidence(left);
 }
 

@@ -71,6 +71,11 @@ void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px
 /// Bilinear where the 3x3 neighbourhood agrees within one pixel, nearest elsewhere (no mixing of
 /// foreground and background at edges).
 cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size);
+/// upsampleDisparity, and `confidence` (CV_32F, the disparity's size) brought to `full_size` by
+/// nearest neighbour, NaN wherever the upsampled disparity is NaN (one pass over the output when
+/// the size doubles).
+void upsampleWithConfidence(const cv::Mat& disparity_px, const cv::Mat& confidence, cv::Size full_size,
+                            cv::Mat& disparity_out, cv::Mat& confidence_out);
 
 /// Edge-aware smoothing of a disparity map guided by the left image (edge_aware_filter.cpp): a
 /// weighted fast global smoother, smooth(w * d) / smooth(w), so values spread only between pixels
