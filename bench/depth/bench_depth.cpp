@@ -4,8 +4,9 @@
 //   bench_depth [--frames N] [--range PX] [--pair DIR] [--mode performance|quality|ultra]
 //
 // The pair is a real one (ETH3D terrace by default) scaled to 1280x720 and treated as the raw
-// frames of a camera with lens distortion, so each frame is rectified (remap of both colour images
-// and conversion to grey) before matching, as Camera::grab does.
+// side-by-side frame (BGRA, as recordings decode) of a camera with lens distortion, so each frame
+// is rectified by the camera's own rectifier before matching, as Camera::grab does: the left eye
+// in colour and grey, the right eye in grey.
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -23,6 +24,7 @@
 #include "depth/internal/depth_module.h"
 #include "depth/internal/stereo_dataset.h"
 #include "depth/internal/stereo_engine.h"
+#include "input/internal/rectifier.h"
 #include "machine.h"
 
 namespace {
@@ -43,14 +45,6 @@ double median(std::vector<double> v) {
   std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
   return v[v.size() / 2];
 }
-
-struct Rectifier {
-  cv::Mat map_x, map_y;
-  void run(const cv::Mat& raw_bgr, cv::Mat& bgr, cv::Mat& gray) const {
-    cv::remap(raw_bgr, bgr, map_x, map_y, cv::INTER_LINEAR);
-    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
-  }
-};
 
 }  // namespace
 
@@ -84,17 +78,25 @@ int main(int argc, char** argv) {
   cv::resize(sample.right_bgr, raw_right, hd720, 0, 0, cv::INTER_LINEAR);
 
   // An HD720 camera: 700 px focal length, 12 cm baseline, mild barrel distortion.
-  pv::internal::RectifiedCalibration calib;
-  calib.fx = calib.fy = 700;
-  calib.cx = 640;
-  calib.cy = 360;
-  calib.baseline_m = 0.12;
-  calib.size = hd720;
-  const cv::Matx33d k(700, 0, 640, 0, 700, 360, 0, 0, 1);
-  const cv::Vec<double, 5> dist(-0.05, 0.01, 0, 0, 0);
-  Rectifier rect_l, rect_r;
-  cv::initUndistortRectifyMap(k, dist, cv::Matx33d::eye(), k, hd720, CV_16SC2, rect_l.map_x, rect_l.map_y);
-  rect_r = rect_l;
+  pv::internal::StereoCalibration factory;
+  for (pv::internal::EyeCalibration* eye : {&factory.left, &factory.right}) {
+    eye->fx = eye->fy = 700;
+    eye->cx = 640;
+    eye->cy = 360;
+    eye->disto = {-0.05, 0.01, 0, 0, 0};
+  }
+  factory.T = {-0.12, 0, 0};
+  factory.width = hd720.width;
+  factory.height = hd720.height;
+  pv::internal::Rectifier rectifier;
+  if (rectifier.init(factory) != pv::ERROR_CODE::SUCCESS) {
+    std::fprintf(stderr, "bench_depth: the calibration does not rectify\n");
+    return 1;
+  }
+  const pv::internal::RectifiedCalibration& calib = rectifier.rectified();
+  cv::Mat raw_bgr, raw;
+  cv::hconcat(raw_left, raw_right, raw_bgr);
+  cv::cvtColor(raw_bgr, raw, cv::COLOR_BGR2BGRA);
   // The search range a camera opened with a 0.5 m minimum distance (the application's) uses.
   if (range <= 0) range = pv::internal::disparityRangeFor(calib, 0.5f);
   std::printf(
@@ -102,12 +104,11 @@ int main(int argc, char** argv) {
       "(wall clock; cpu = all threads)\n",
       sample.name.c_str(), range, frames);
 
-  cv::Mat bgr_l, bgr_r, gray_l, gray_r;
+  cv::Mat bgr_l, gray_l, gray_r;
   std::vector<double> rect_ms;
   for (int i = 0; i < frames; ++i) {
     const auto t0 = Clock::now();
-    rect_l.run(raw_left, bgr_l, gray_l);
-    rect_r.run(raw_right, bgr_r, gray_r);
+    rectifier.apply(raw, bgr_l, gray_l, gray_r);
     rect_ms.push_back(msSince(t0));
   }
   const double rectification_ms = median(rect_ms);
@@ -135,8 +136,7 @@ int main(int argc, char** argv) {
     for (int i = 0; i < frames; ++i) {
       const auto t0 = Clock::now();
       const double c0 = cpuMs();
-      rect_l.run(raw_left, bgr_l, gray_l);
-      rect_r.run(raw_right, bgr_r, gray_r);
+      rectifier.apply(raw, bgr_l, gray_l, gray_r);
       const auto t1 = Clock::now();
       pv::internal::StereoOutput out;
       if (!pv::internal::computeStereo(gray_l, gray_r, params, out, error)) {

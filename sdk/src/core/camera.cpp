@@ -179,6 +179,9 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   if (seek >= 0) in->source->seek(seek);
   uint64_t timestamp_ns = 0;
   int index = -1;
+  // A fresh buffer for each frame: the last frame's stays with it (its right colour image is
+  // rectified from it on request) until this grab succeeds.
+  in->raw = cv::Mat();
   ERROR_CODE err = in->source->next(in->raw, timestamp_ns, index);
   in->position = in->source->position();
   if (err != ERROR_CODE::SUCCESS) return err;
@@ -196,7 +199,8 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   }
 
   internal::FrameData& f = s.frame;
-  in->rectifier.apply(in->raw, f.left_bgr, f.right_bgr, f.left_gray, f.right_gray);
+  in->rectifier.apply(in->raw, f.left_bgr, f.left_gray, f.right_gray);
+  f.raw = in->raw;
   f.timestamp_ns = timestamp_ns;
   f.index = index;
   f.valid = true;
@@ -228,16 +232,21 @@ ERROR_CODE Camera::retrieveImage(Mat& mat, VIEW view, MEM mem, Resolution resolu
   if (!s.frame.valid) return fail(ERROR_CODE::NOT_A_NEW_FRAME, "retrieveImage before the first successful grab");
   if (mem != MEM::CPU && mem != MEM::GPU && mem != MEM::BOTH)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown memory type");
-  cv::Mat bgra;
+  cv::Mat bgra, right_bgr;
+  const internal::InputState* in = inputOf(s);
+  if (view == VIEW::RIGHT || view == VIEW::SIDE_BY_SIDE) {
+    if (!in || s.frame.raw.empty()) return fail(ERROR_CODE::FAILURE, "no raw frame to make the right image from");
+    in->rectifier.rectifyRightColour(s.frame.raw, right_bgr);
+  }
   ERROR_CODE err = ERROR_CODE::SUCCESS;
   switch (view) {
     case VIEW::LEFT: cv::cvtColor(s.frame.left_bgr, bgra, cv::COLOR_BGR2BGRA); break;
-    case VIEW::RIGHT: cv::cvtColor(s.frame.right_bgr, bgra, cv::COLOR_BGR2BGRA); break;
+    case VIEW::RIGHT: cv::cvtColor(right_bgr, bgra, cv::COLOR_BGR2BGRA); break;
     case VIEW::LEFT_GRAY: cv::cvtColor(s.frame.left_gray, bgra, cv::COLOR_GRAY2BGRA); break;
     case VIEW::RIGHT_GRAY: cv::cvtColor(s.frame.right_gray, bgra, cv::COLOR_GRAY2BGRA); break;
     case VIEW::SIDE_BY_SIDE: {
       cv::Mat both;
-      cv::hconcat(s.frame.left_bgr, s.frame.right_bgr, both);
+      cv::hconcat(s.frame.left_bgr, right_bgr, both);
       cv::cvtColor(both, bgra, cv::COLOR_BGR2BGRA);
       break;
     }

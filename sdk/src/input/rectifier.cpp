@@ -66,21 +66,36 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
   return ERROR_CODE::SUCCESS;
 }
 
-void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& right, cv::Mat& left_gray, cv::Mat& right_gray) {
-  const int w = rectified_.size.width;
-  cv::Mat* out[2] = {&left, &right};
-  cv::Mat* gray[2] = {&left_gray, &right_gray};
-  const cv::Mat* maps[2] = {map_left_, map_right_};
-  for (int eye = 0; eye < 2; ++eye) {
-    const cv::Mat half = sbs(cv::Rect(eye * w, 0, w, sbs.rows));
-    if (sbs.channels() == 4) {
-      cv::remap(half, scratch_[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
-      cv::cvtColor(scratch_[eye], *out[eye], cv::COLOR_BGRA2BGR);
-    } else {
-      cv::remap(half, *out[eye], maps[eye][0], maps[eye][1], cv::INTER_LINEAR);
-    }
-    cv::cvtColor(*out[eye], *gray[eye], cv::COLOR_BGR2GRAY);
+namespace {
+
+// One eye of a side-by-side frame rectified into BGR; `scratch` takes the four-channel result.
+void rectifyColour(const cv::Mat& half, const cv::Mat* maps, cv::Mat& scratch, cv::Mat& bgr) {
+  if (half.channels() == 4) {
+    cv::remap(half, scratch, maps[0], maps[1], cv::INTER_LINEAR);
+    cv::cvtColor(scratch, bgr, cv::COLOR_BGRA2BGR);
+  } else {
+    cv::remap(half, bgr, maps[0], maps[1], cv::INTER_LINEAR);
   }
+}
+
+}  // namespace
+
+cv::Mat Rectifier::eye(const cv::Mat& sbs, int eye) const {
+  const int w = rectified_.size.width;
+  return sbs(cv::Rect(eye * w, 0, w, sbs.rows));
+}
+
+void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& left_gray, cv::Mat& right_gray) {
+  rectifyColour(eye(sbs, 0), map_left_, scratch_, left);
+  cv::cvtColor(left, left_gray, cv::COLOR_BGR2GRAY);
+  // Grey before rectification: a third of the pixels to interpolate.
+  cv::cvtColor(eye(sbs, 1), raw_gray_, sbs.channels() == 4 ? cv::COLOR_BGRA2GRAY : cv::COLOR_BGR2GRAY);
+  cv::remap(raw_gray_, right_gray, map_right_[0], map_right_[1], cv::INTER_LINEAR);
+}
+
+void Rectifier::rectifyRightColour(const cv::Mat& sbs, cv::Mat& right) const {
+  cv::Mat scratch;
+  rectifyColour(eye(sbs, 1), map_right_, scratch, right);
 }
 
 CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {

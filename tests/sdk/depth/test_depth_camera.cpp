@@ -30,7 +30,6 @@ void putFrame(Camera& camera, const mapura::test::SyntheticPair& pair, InitParam
   s.frame.right_gray = pair.right.clone();
   cv::cvtColor(pair.left, s.frame.left_bgr, cv::COLOR_GRAY2BGR);
   s.frame.left_bgr.at<cv::Vec3b>(50, 60) = cv::Vec3b(10, 20, 30);
-  cv::cvtColor(pair.right, s.frame.right_bgr, cv::COLOR_GRAY2BGR);
   s.frame.valid = true;
   s.calibration.fx = s.calibration.fy = kFx;
   s.calibration.cx = pair.left.cols / 2.0;

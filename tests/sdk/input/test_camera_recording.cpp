@@ -139,6 +139,14 @@ TEST(CameraRecording, ImagesGoIntoTheCallersBuffersInEveryView) {
   cv::Mat expected_gray;
   cv::cvtColor(asCv(left), expected_gray, cv::COLOR_BGRA2GRAY);
   EXPECT_LE(cv::norm(channels[1], expected_gray, cv::NORM_INF), 1);
+  // The right eye is rectified in grey for matching and in colour on request: the two agree up to
+  // the rounding of the interpolation.
+  Mat right_gray;
+  ASSERT_EQ(camera.retrieveImage(right_gray, VIEW::RIGHT_GRAY), ERROR_CODE::SUCCESS);
+  cv::split(asCv(right_gray), channels);
+  cv::cvtColor(asCv(right), expected_gray, cv::COLOR_BGRA2GRAY);
+  EXPECT_LE(cv::norm(channels[1], expected_gray, cv::NORM_INF), 2);
+  EXPECT_GT(cv::norm(channels[1], cv::NORM_L1), 0);
 
   // A caller's CPU Mat of the right size is written in place, not replaced.
   Mat target(640, 360, MAT_TYPE::U8_C4, MEM::CPU);

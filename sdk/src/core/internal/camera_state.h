@@ -24,8 +24,9 @@ struct RectifiedCalibration {
 
 /// The frame of the last successful grab.
 struct FrameData {
-  cv::Mat left_bgr, right_bgr;    ///< rectified, CV_8UC3
+  cv::Mat left_bgr;               ///< rectified, CV_8UC3
   cv::Mat left_gray, right_gray;  ///< rectified, CV_8UC1
+  cv::Mat raw;                    ///< the raw side-by-side frame (the right colour image is made from it on request)
   uint64_t timestamp_ns = 0;
   int index = -1;  ///< frame index in a recording, running count for live input
   bool valid = false;

@@ -21,14 +21,19 @@ class Rectifier {
   const RectifiedCalibration& rectified() const { return rectified_; }
   /// Rotation from the raw left camera to the rectified left camera (3x3, CV_64F).
   const cv::Mat& leftRotation() const { return R1_; }
-  /// Splits a raw side-by-side frame (CV_8UC3 BGR or CV_8UC4 BGRA) and rectifies both halves
-  /// into CV_8UC3 BGR and CV_8UC1 grey images.
-  void apply(const cv::Mat& side_by_side, cv::Mat& left, cv::Mat& right, cv::Mat& left_gray, cv::Mat& right_gray);
+  /// Splits a raw side-by-side frame (CV_8UC3 BGR or CV_8UC4 BGRA) and rectifies the left half
+  /// into CV_8UC3 BGR and CV_8UC1 grey, the right half into grey only: depth and tracking need no
+  /// more, and rectifyRightColour makes the right colour image when one is asked for.
+  void apply(const cv::Mat& side_by_side, cv::Mat& left, cv::Mat& left_gray, cv::Mat& right_gray);
+  /// The right half of a raw side-by-side frame rectified into CV_8UC3 BGR.
+  void rectifyRightColour(const cv::Mat& side_by_side, cv::Mat& right) const;
 
  private:
+  cv::Mat eye(const cv::Mat& side_by_side, int eye) const;
+
   RectifiedCalibration rectified_;
   cv::Mat map_left_[2], map_right_[2], R1_;
-  cv::Mat scratch_[2];
+  cv::Mat scratch_, raw_gray_;
 };
 
 /// The public description of a calibration (raw, with distortion) and of the rectified pair.
