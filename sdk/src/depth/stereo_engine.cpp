@@ -119,8 +119,9 @@ Filtered matchAndFilter(const cv::Mat& l, const cv::Mat& r, int range_px, const 
 }
 
 /// Disparity of the pair: matched and filtered over the whole range where it is short enough,
-/// else matched and filtered at half this size and refined here around that result (a long range
-/// costs the matcher in proportion, the refinement a few disparities per pixel).
+/// else matched and filtered at half this size (the filter fills the coarse holes), refined here
+/// around that result and filtered again (a long range costs the matcher in proportion, the
+/// refinement a few disparities per pixel).
 Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
   if (recipe.max_search_px <= 0 || range_px <= recipe.max_search_px || l.cols < 64 || l.rows < 32)
     return matchAndFilter(l, r, range_px, recipe);
@@ -131,6 +132,12 @@ Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const Mo
   const cv::Mat prior = nearestTo(coarse.disparity_px, l.size()) * 2.f;
   out.disparity_px =
       refineDisparity(censusTransform(l), censusTransform(r), prior, recipe.refine_radius_px, recipe.refine_window_px);
+  if (recipe.edge_aware) {
+    // Filtered once more at this size: the refinement's edges and noise follow this image's.
+    out.disparity_px = filterEdgeAware(out.disparity_px, measurementWeight(out.confidence, cv::Mat()), l,
+                                       recipe.edge_lambda, recipe.edge_sigma);
+    out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
+  }
   return out;
 }
 
