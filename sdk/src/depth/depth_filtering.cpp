@@ -28,8 +28,7 @@ void filterRow(const RowLimits& limits, int width, const float* __restrict d_in,
   for (int x = 0; x < width; ++x) {
     const float d = d_in[x];
     // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
-    const bool keep =
-        (d >= lo) & (d <= hi) & (c_in[x] <= confidence) & (t_in[x] <= texture) & (s_in[x] == 0);
+    const bool keep = (d >= lo) & (d <= hi) & (c_in[x] <= confidence) & (t_in[x] <= texture) & (s_in[x] == 0);
     d_out[x] = keep ? d : kNaN;
     c_out[x] = keep ? c_in[x] : kNaN;
     z[x] = keep ? focal_baseline / d : kNaN;
