@@ -9,7 +9,7 @@
 #include "mapping/internal/mapping_module.h"
 #include "mesh/internal/texture_source.h"
 #include "pv/camera.h"
-#include "render_scene.h"
+#include "scene_frames.h"
 
 using namespace pv::internal;
 using mapura::test::lookAt;
@@ -26,16 +26,7 @@ Scene room() {
 }
 
 DepthFrame frameAt(const Scene& scene, const Eigen::Matrix4f& T, uint64_t t_ns) {
-  static const PinholeCamera cam;
-  DepthFrame f;
-  scene.render(cam, T, f.depth_m, f.bgr);
-  f.T_world_camera = T;
-  f.fx = cam.fx;
-  f.fy = cam.fy;
-  f.cx = cam.cx;
-  f.cy = cam.cy;
-  f.timestamp_ns = t_ns;
-  return f;
+  return mapura::test::renderDepthFrame(scene, PinholeCamera(), T, t_ns);
 }
 
 /// Looking along yaw `a` from the room's middle.

@@ -8,25 +8,15 @@
 
 #include "mapping/internal/marching_cubes.h"
 #include "mapping/internal/tsdf_volume.h"
-#include "render_scene.h"
+#include "scene_frames.h"
 
 using namespace pv::internal;
 using mapura::test::lookAt;
 using mapura::test::PinholeCamera;
+using mapura::test::renderDepthFrame;
 using mapura::test::Scene;
 
 namespace {
-
-DepthFrame renderFrame(const Scene& scene, const PinholeCamera& cam, const Eigen::Matrix4f& T) {
-  DepthFrame f;
-  scene.render(cam, T, f.depth_m, f.bgr);
-  f.T_world_camera = T;
-  f.fx = cam.fx;
-  f.fy = cam.fy;
-  f.cx = cam.cx;
-  f.cy = cam.cy;
-  return f;
-}
 
 struct MeshAll {
   std::vector<Eigen::Vector3f> vertices, normals;
@@ -99,7 +89,7 @@ TEST(TsdfVolume, PlaneIsRecoveredWithinAFractionOfAVoxelAndFacesTheCamera) {
   TsdfVolume volume(p);
   for (int i = 0; i < 5; ++i) {
     const Eigen::Vector3f eye(0.05f * float(i - 2), 0.02f * float(i % 2), 0.f);
-    volume.integrate(renderFrame(scene, cam, lookAt(eye, eye + Eigen::Vector3f(0.f, 0.f, 1.f))));
+    volume.integrate(renderDepthFrame(scene, cam, lookAt(eye, eye + Eigen::Vector3f(0.f, 0.f, 1.f))));
   }
   const MeshAll m = meshAll(volume);
   ASSERT_GT(m.triangles, 1000u);
@@ -136,7 +126,7 @@ TEST(TsdfVolume, SphereAndBoxSeenFromAroundMatchTheirTrueSurface) {
     for (int i = 0; i < 12; ++i) {
       const float a = float(i) * 0.5236f;
       const Eigen::Vector3f eye(1.6f * std::cos(a), -0.5f + 0.1f * float(i % 3), 1.6f * std::sin(a));
-      volume.integrate(renderFrame(scene, cam, lookAt(eye, Eigen::Vector3f::Zero())));
+      volume.integrate(renderDepthFrame(scene, cam, lookAt(eye, Eigen::Vector3f::Zero())));
     }
     const MeshAll m = meshAll(volume);
     ASSERT_GT(m.triangles, 5000u) << "shape " << shape;
@@ -175,7 +165,7 @@ TEST(TsdfVolume, DepthBeyondTheRangeIsNotFused) {
   p.voxel_m = 0.04f;
   p.max_depth_m = 3.f;
   TsdfVolume volume(p);
-  volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  volume.integrate(renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity()));
   const MeshAll m = meshAll(volume);
   ASSERT_GT(m.triangles, 100u);
   const float trunc_m = p.truncation_vox * p.voxel_m;
@@ -185,7 +175,7 @@ TEST(TsdfVolume, DepthBeyondTheRangeIsNotFused) {
 
   p.max_depth_m = 5.f;
   TsdfVolume wide(p);
-  wide.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  wide.integrate(renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity()));
   const MeshAll w = meshAll(wide);
   EXPECT_TRUE(std::any_of(w.vertices.begin(), w.vertices.end(), [](const Eigen::Vector3f& v) { return v.z() > 3.9f; }));
 }
@@ -198,11 +188,11 @@ TEST(TsdfVolume, BlockLimitStopsAllocationButKeepsFusingExistingBlocks) {
   p.voxel_m = 0.02f;
   TsdfVolume volume(p);
   volume.setMaxBlocks(20);
-  const IntegrationStats s = volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  const IntegrationStats s = volume.integrate(renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity()));
   EXPECT_EQ(volume.blockCount(), 20u);
   EXPECT_GT(s.blocks_refused, 0);
   EXPECT_EQ(s.blocks_updated, 20);
-  const IntegrationStats again = volume.integrate(renderFrame(scene, cam, Eigen::Matrix4f::Identity()));
+  const IntegrationStats again = volume.integrate(renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity()));
   EXPECT_EQ(volume.blockCount(), 20u);
   EXPECT_EQ(again.blocks_updated, 20);
   EXPECT_EQ(again.blocks_allocated, 0);
@@ -221,10 +211,10 @@ TEST(TsdfVolume, ChunksAreFixedCubesAndChangesMarkOnlyTheirChunks) {
   EXPECT_EQ(volume.chunkBlocks(), 4);  // 1.6 m
   const Eigen::Matrix4f left = lookAt({-3.f, 0.f, 0.f}, {-3.f, 0.f, 1.f});
   const Eigen::Matrix4f right = lookAt({3.f, 0.f, 0.f}, {3.f, 0.f, 1.f});
-  volume.integrate(renderFrame(scene, cam, left));
+  volume.integrate(renderDepthFrame(scene, cam, left));
   const size_t after_left = volume.chunks().size();
   for (auto& c : volume.chunks()) c.dirty = false;
-  volume.integrate(renderFrame(scene, cam, right));
+  volume.integrate(renderDepthFrame(scene, cam, right));
   ASSERT_GT(volume.chunks().size(), after_left);
   for (size_t i = 0; i < volume.chunks().size(); ++i) {
     const ChunkInfo& c = volume.chunks()[i];
@@ -246,7 +236,7 @@ TEST(TsdfVolume, MixedPixelsOnDepthEdgesAreNotFused) {
   const PinholeCamera cam;
   TsdfParameters p;
   p.voxel_m = 0.02f;
-  DepthFrame f = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  DepthFrame f = renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity());
   // A stereo matcher's edge fattening: pixels across the edge take depths between both sides.
   for (int v = 0; v < f.depth_m.rows; ++v)
     for (int u = 0; u < f.depth_m.cols - 1; ++u)
@@ -293,7 +283,7 @@ TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAr
   for (const Eigen::Matrix4f& T : {Eigen::Matrix4f(lookAt({0.f, 0.f, 0.f}, {0.3f, 0.4f, 3.f})),
                                    Eigen::Matrix4f(lookAt({0.2f, -0.3f, 0.1f}, {-0.4f, 0.6f, 3.f}))}) {
     TsdfVolume volume(p);
-    const DepthFrame f = renderFrame(scene, cam, T);
+    const DepthFrame f = renderDepthFrame(scene, cam, T);
     volume.integrate(f);
     // Every voxel centre that projects onto a valid pixel and lies well inside that pixel's band.
     const Eigen::Matrix3f R_cw = T.topLeftCorner<3, 3>().transpose();
@@ -343,7 +333,7 @@ TEST(TsdfVolume, FramesWithoutAUsablePoseOrCameraFuseNothing) {
   const PinholeCamera cam;
   TsdfParameters p;
   p.voxel_m = 0.02f;
-  const DepthFrame good = renderFrame(scene, cam, Eigen::Matrix4f::Identity());
+  const DepthFrame good = renderDepthFrame(scene, cam, Eigen::Matrix4f::Identity());
   std::vector<DepthFrame> bad(4, good);
   bad[0].T_world_camera(0, 3) = std::numeric_limits<float>::quiet_NaN();
   bad[1].T_world_camera(1, 1) = std::numeric_limits<float>::infinity();
