@@ -1,5 +1,6 @@
-#include <opencv2/ximgproc/edge_filter.hpp>
+#include <limits>
 
+#include "depth/internal/global_smoother.h"
 #include "depth/internal/stereo_stages.h"
 
 namespace pv::internal {
@@ -7,27 +8,29 @@ namespace pv::internal {
 cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight_in, const cv::Mat& guide_gray, double lambda,
                         double sigma_color, int iterations) {
   CV_Assert(disparity_px.type() == CV_32F && guide_gray.type() == CV_8UC1 && guide_gray.size() == disparity_px.size());
-  const cv::Mat valid = validMask(disparity_px);
-  cv::Mat weight;
-  if (weight_in.empty()) {
-    weight = cv::Mat(disparity_px.size(), CV_32F, cv::Scalar(1.f));
-  } else {
-    CV_Assert(weight_in.type() == CV_32F && weight_in.size() == disparity_px.size());
-    weight = weight_in.clone();
+  CV_Assert(weight_in.empty() || (weight_in.type() == CV_32F && weight_in.size() == disparity_px.size()));
+  // Smoothed weighted values over smoothed weights; an invalid pixel weighs nothing.
+  cv::Mat num(disparity_px.size(), CV_32F), den(disparity_px.size(), CV_32F);
+  for (int y = 0; y < disparity_px.rows; ++y) {
+    const float* d = disparity_px.ptr<float>(y);
+    const float* w = weight_in.empty() ? nullptr : weight_in.ptr<float>(y);
+    float* n = num.ptr<float>(y);
+    float* s = den.ptr<float>(y);
+    for (int x = 0; x < disparity_px.cols; ++x) {
+      const bool valid = d[x] == d[x];
+      s[x] = valid ? (w ? w[x] : 1.f) : 0.f;
+      n[x] = valid ? d[x] * s[x] : 0.f;
+    }
   }
-  weight.setTo(0, ~valid);
-  cv::Mat weighted = disparity_px.mul(weight);
-  weighted.setTo(0, ~valid);
-  cv::Mat num, den;
-  constexpr double kLambdaAttenuation = 0.25;  // the smoother's default
-  // One smoother for both: its weights come from the guide alone, so they are computed once.
-  const cv::Ptr<cv::ximgproc::FastGlobalSmootherFilter> smoother =
-      cv::ximgproc::createFastGlobalSmootherFilter(guide_gray, lambda, sigma_color, kLambdaAttenuation, iterations);
-  smoother->filter(weighted, num);
-  smoother->filter(weight, den);
-  cv::Mat out;
-  cv::divide(num, den, out);
-  out.setTo(std::numeric_limits<float>::quiet_NaN(), den < 1e-3f);
+  // One smoother for both: its weights come from the guide alone.
+  GlobalSmoother(guide_gray, lambda, sigma_color, 0.25, iterations).filter(num, den);
+  cv::Mat out(disparity_px.size(), CV_32F);
+  for (int y = 0; y < out.rows; ++y) {
+    const float* n = num.ptr<float>(y);
+    const float* s = den.ptr<float>(y);
+    float* o = out.ptr<float>(y);
+    for (int x = 0; x < out.cols; ++x) o[x] = s[x] < 1e-3f ? std::numeric_limits<float>::quiet_NaN() : n[x] / s[x];
+  }
   return out;
 }
 

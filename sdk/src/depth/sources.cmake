@@ -5,6 +5,7 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/depth_view.cpp
   ${CMAKE_CURRENT_LIST_DIR}/disparity_upsampling.cpp
   ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
   ${CMAKE_CURRENT_LIST_DIR}/hole_fill.cpp
   ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp
   ${CMAKE_CURRENT_LIST_DIR}/census.cpp
@@ -34,5 +35,6 @@ endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/depth_filtering.cpp ${CMAKE_CURRENT_LIST_DIR}/disparity_upsampling.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp ${CMAKE_CURRENT_LIST_DIR}/census.cpp
+                      ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
                APPEND PROPERTY COMPILE_OPTIONS "-fno-trapping-math")
 endif()

@@ -3,7 +3,9 @@
 
 #include <cmath>
 #include <limits>
+#include <opencv2/ximgproc/edge_filter.hpp>
 
+#include "depth/internal/global_smoother.h"
 #include "depth/internal/stereo_stages.h"
 #include "stereo_scenes.h"
 
@@ -108,6 +110,31 @@ TEST(DepthStages, EdgeAwareFilterFillsHolesWithoutCrossingImageEdges) {
   EXPECT_EQ(cv::countNonZero(invalidMask(out)), 0);
   EXPECT_NEAR(out.at<float>(15, 16), 5.f, 0.5f);
   EXPECT_NEAR(out.at<float>(15, 23), 15.f, 0.5f);
+}
+
+TEST(DepthStages, GlobalSmootherSolvesTheSameSystemAsOpenCvs) {
+  // A textured guide of an odd size (rows left over after the groups of four, a partial column
+  // block) and two different signals; OpenCV's smoother is the reference, one image at a time.
+  const cv::Size size(301, 123);
+  cv::Mat guide;
+  mapura::test::makeTexture(size, 7).convertTo(guide, CV_8U);
+  guide(cv::Rect(150, 0, 40, 123)).setTo(30);  // a flat patch: strong coupling
+  cv::Mat a(size, CV_32F), b(size, CV_32F);
+  cv::randu(a, 0.f, 50.f);
+  cv::randu(b, 0.f, 1.f);
+  for (const int iterations : {1, 3}) {
+    for (const double lambda : {30.0, 300.0}) {
+      cv::Mat ours_a = a.clone(), ours_b = b.clone();
+      GlobalSmoother(guide, lambda, 1.5, 0.25, iterations).filter(ours_a, ours_b);
+      const auto reference = cv::ximgproc::createFastGlobalSmootherFilter(guide, lambda, 1.5, 0.25, iterations);
+      cv::Mat ref_a, ref_b;
+      reference->filter(a, ref_a);
+      reference->filter(b, ref_b);
+      EXPECT_LT(cv::norm(ours_a, ref_a, cv::NORM_INF), 5e-3) << iterations << " " << lambda;
+      EXPECT_LT(cv::norm(ours_b, ref_b, cv::NORM_INF), 1e-4) << iterations << " " << lambda;
+      EXPECT_GT(cv::norm(ours_a, a, cv::NORM_INF), 1.0);  // it did smooth
+    }
+  }
 }
 
 TEST(DepthStages, TextureAndSaturation) {

@@ -1,0 +1,162 @@
+#include "depth/internal/global_smoother.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "depth/internal/vector_clones.h"
+
+namespace pv::internal {
+
+namespace {
+
+constexpr int kMaxImages = 2;     // images sharing one sweep
+constexpr int kRowsTogether = 4;  // rows solved side by side, so their serial chains overlap
+constexpr int kColumnBlock = 128;
+
+/// Negative coupling weight of each neighbour pair: -exp(-|difference| / sigma) from a table.
+void pairWeights(const cv::Mat& guide, double sigma, cv::Mat& across, cv::Mat& down) {
+  std::array<float, 256> table{};
+  for (int d = 0; d < 256; ++d) table[size_t(d)] = -static_cast<float>(std::exp(-d / sigma));
+  across.create(guide.size(), CV_32F);
+  down.create(guide.size(), CV_32F);
+  cv::parallel_for_(cv::Range(0, guide.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const uchar* g = guide.ptr<uchar>(y);
+      const uchar* below = guide.ptr<uchar>(std::min(y + 1, guide.rows - 1));
+      float* a = across.ptr<float>(y);
+      float* d = down.ptr<float>(y);
+      for (int x = 0; x + 1 < guide.cols; ++x) a[x] = table[size_t(std::abs(int(g[x]) - int(g[x + 1])))];
+      a[guide.cols - 1] = 0.f;
+      for (int x = 0; x < guide.cols; ++x)
+        d[x] = y + 1 < guide.rows ? table[size_t(std::abs(int(g[x]) - int(below[x])))] : 0.f;
+    }
+  });
+}
+
+/// One horizontal pass over rows y0 .. y0 + R - 1 of K images: the tridiagonal system of each row
+/// (1 - lambda (c[x-1] + c[x])) u[x] + lambda c[x-1] u[x-1] + lambda c[x] u[x+1] = f[x] solved by
+/// forward elimination and back substitution. `inter` holds R rows of scratch.
+template <int K, int R>
+void solveRows(const cv::Mat& across, cv::Mat* const* images, int y0, float lambda, float* inter_rows) {
+  const int w = across.cols;
+  const float* c[R];
+  float* inter[R];
+  float* u[K][R];
+  for (int r = 0; r < R; ++r) {
+    c[r] = across.ptr<float>(y0 + r);
+    inter[r] = inter_rows + size_t(r) * size_t(w);
+    for (int k = 0; k < K; ++k) u[k][r] = images[k]->ptr<float>(y0 + r);
+  }
+  for (int r = 0; r < R; ++r) {
+    const float inv = 1.f / (1.f - lambda * c[r][0]);
+    inter[r][0] = lambda * c[r][0] * inv;
+    for (int k = 0; k < K; ++k) u[k][r][0] *= inv;
+  }
+  for (int x = 1; x < w; ++x) {
+    for (int r = 0; r < R; ++r) {
+      const float a = lambda * c[r][x - 1];
+      const float inv = 1.f / (1.f - lambda * (c[r][x] + c[r][x - 1]) - a * inter[r][x - 1]);
+      inter[r][x] = lambda * c[r][x] * inv;
+      for (int k = 0; k < K; ++k) u[k][r][x] = (u[k][r][x] - a * u[k][r][x - 1]) * inv;
+    }
+  }
+  for (int x = w - 2; x >= 0; --x)
+    for (int r = 0; r < R; ++r)
+      for (int k = 0; k < K; ++k) u[k][r][x] -= inter[r][x] * u[k][r][x + 1];
+}
+
+template <int K>
+void horizontalPass(const cv::Mat& across, cv::Mat* const* images, float lambda) {
+  const int groups = (across.rows + kRowsTogether - 1) / kRowsTogether;
+  cv::parallel_for_(cv::Range(0, groups), [&](const cv::Range& range) {
+    std::vector<float> inter(size_t(kRowsTogether) * size_t(across.cols));
+    for (int g = range.start; g < range.end; ++g) {
+      const int y0 = g * kRowsTogether;
+      if (y0 + kRowsTogether <= across.rows) {
+        solveRows<K, kRowsTogether>(across, images, y0, lambda, inter.data());
+      } else {
+        for (int y = y0; y < across.rows; ++y) solveRows<K, 1>(across, images, y, lambda, inter.data());
+      }
+    }
+  });
+}
+
+// Forward elimination of one row of the vertical systems (every column at once): `c_up` couples
+// the row above to this one, `c` this row to the one below.
+PV_VECTOR_CLONES
+void eliminateRow(const float* __restrict c_up, const float* __restrict c, const float* __restrict inter_up,
+                  float* __restrict inter, float* __restrict inv_out, int n, float lambda) {
+  for (int x = 0; x < n; ++x) {
+    const float a = lambda * c_up[x];
+    const float inv = 1.f / (1.f - lambda * (c[x] + c_up[x]) - a * inter_up[x]);
+    inter[x] = lambda * c[x] * inv;
+    inv_out[x] = inv;
+  }
+}
+
+PV_VECTOR_CLONES
+void forwardRow(const float* __restrict c_up, const float* __restrict inv, const float* __restrict u_up,
+                float* __restrict u, int n, float lambda) {
+  for (int x = 0; x < n; ++x) u[x] = (u[x] - lambda * c_up[x] * u_up[x]) * inv[x];
+}
+
+PV_VECTOR_CLONES
+void backRow(const float* __restrict inter, const float* __restrict u_down, float* __restrict u, int n) {
+  for (int x = 0; x < n; ++x) u[x] -= inter[x] * u_down[x];
+}
+
+void verticalPass(const cv::Mat& down, cv::Mat* const* images, int count, float lambda, cv::Mat& inter) {
+  const int h = down.rows, w = down.cols;
+  const int blocks = (w + kColumnBlock - 1) / kColumnBlock;
+  cv::parallel_for_(cv::Range(0, blocks), [&](const cv::Range& range) {
+    std::vector<float> inv(kColumnBlock);
+    std::vector<float> zero(kColumnBlock, 0.f);
+    for (int b = range.start; b < range.end; ++b) {
+      const int x0 = b * kColumnBlock, n = std::min(kColumnBlock, w - x0);
+      for (int y = 0; y < h; ++y) {
+        const float* c_up = y > 0 ? down.ptr<float>(y - 1) + x0 : zero.data();
+        const float* inter_up = y > 0 ? inter.ptr<float>(y - 1) + x0 : zero.data();
+        eliminateRow(c_up, down.ptr<float>(y) + x0, inter_up, inter.ptr<float>(y) + x0, inv.data(), n, lambda);
+        for (int k = 0; k < count; ++k) {
+          float* u = images[k]->ptr<float>(y) + x0;
+          const float* u_up = y > 0 ? images[k]->ptr<float>(y - 1) + x0 : zero.data();
+          forwardRow(c_up, inv.data(), u_up, u, n, lambda);
+        }
+      }
+      for (int y = h - 2; y >= 0; --y)
+        for (int k = 0; k < count; ++k)
+          backRow(inter.ptr<float>(y) + x0, images[k]->ptr<float>(y + 1) + x0, images[k]->ptr<float>(y) + x0, n);
+    }
+  });
+}
+
+}  // namespace
+
+GlobalSmoother::GlobalSmoother(const cv::Mat& guide_gray, double lambda, double sigma_color, double lambda_attenuation,
+                               int iterations)
+    : lambda_(static_cast<float>(lambda)),
+      attenuation_(static_cast<float>(lambda_attenuation)),
+      iterations_(std::max(1, iterations)) {
+  CV_Assert(guide_gray.type() == CV_8UC1 && !guide_gray.empty() && lambda >= 0 && sigma_color > 0);
+  pairWeights(guide_gray, sigma_color, across_, down_);
+}
+
+void GlobalSmoother::filter(cv::Mat* const* images, int count) const {
+  for (int i = 0; i < count; ++i) CV_Assert(images[i]->type() == CV_32FC1 && images[i]->size() == across_.size());
+  cv::Mat inter(across_.size(), CV_32F);
+  for (int first = 0; first < count; first += kMaxImages) {
+    const int k = std::min(kMaxImages, count - first);
+    float lambda = lambda_;
+    for (int it = 0; it < iterations_; ++it) {
+      if (k == 2)
+        horizontalPass<2>(across_, images + first, lambda);
+      else
+        horizontalPass<1>(across_, images + first, lambda);
+      verticalPass(down_, images + first, k, lambda, inter);
+      lambda *= attenuation_;
+    }
+  }
+}
+
+}  // namespace pv::internal

@@ -1,0 +1,34 @@
+// Fast global smoother guided by a grey image: the weighted least-squares smoothing of Min et al.
+// (2014), solved as alternating one-dimensional passes (a tridiagonal system per row, then per
+// column). Its weights depend on the guide alone, so one smoother filters several images with the
+// same guide, and the passes share their coefficients between those images.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace pv::internal {
+
+class GlobalSmoother {
+ public:
+  /// `guide_gray` CV_8UC1. Neighbours are coupled by lambda * exp(-|grey difference| / sigma);
+  /// each iteration runs a horizontal and a vertical pass, the next with lambda times
+  /// `lambda_attenuation`.
+  GlobalSmoother(const cv::Mat& guide_gray, double lambda, double sigma_color, double lambda_attenuation = 0.25,
+                 int iterations = 1);
+
+  /// Smooths `count` CV_32FC1 images of the guide's size in place.
+  void filter(cv::Mat* const* images, int count) const;
+  void filter(cv::Mat& a, cv::Mat& b) const {
+    cv::Mat* both[] = {&a, &b};
+    filter(both, 2);
+  }
+
+ private:
+  cv::Mat across_;  ///< CV_32F: -weight between (y, x) and (y, x + 1), 0 in the last column
+  cv::Mat down_;    ///< CV_32F: -weight between (y, x) and (y + 1, x), 0 in the last row
+  float lambda_;
+  float attenuation_;
+  int iterations_;
+};
+
+}  // namespace pv::internal
