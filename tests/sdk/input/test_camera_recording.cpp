@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <opencv2/imgproc.hpp>
+#include <random>
 #include <thread>
 
 #include "core/internal/camera_state.h"
@@ -94,6 +97,39 @@ TEST(CameraRecording, GrabSeekGrabReturnsExactlyTheFramesAskedFor) {
   camera.setKTRPosition(4);
   ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
   EXPECT_EQ(camera.state()->frame.index, 4);
+}
+
+TEST(CameraRecording, DamagedFramesAreReportedWithTheirReasonAndPlaybackGoesOn) {
+  // Each damaged frame is its own error, with its reason naming it; the frames after it still play.
+  const std::string path = test::smallRecording();
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::mt19937 gen(3);
+  for (size_t i = bytes.size() * 2 / 5; i < bytes.size() * 3 / 5; ++i) bytes[i] = char(gen());
+  const std::string damaged = path + ".damaged.ktr";
+  std::ofstream(damaged, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  Camera camera;
+  if (camera.open(recordingParameters(damaged)) != ERROR_CODE::SUCCESS) GTEST_SKIP() << "the damage hit the index";
+  int good = 0, corrupted = 0, last_index = -1;
+  for (int i = 0; i < 20; ++i) {
+    const int position = camera.getKTRPosition();
+    const ERROR_CODE err = camera.grab();
+    if (err == ERROR_CODE::END_OF_KTR_FILE_REACHED) break;
+    if (err == ERROR_CODE::CORRUPTED_FRAME) {
+      ++corrupted;
+      const std::string why = lastErrorDetail().str();
+      EXPECT_NE(why.find("frame " + std::to_string(position) + " "), std::string::npos) << why;
+      continue;
+    }
+    ASSERT_EQ(err, ERROR_CODE::SUCCESS) << int(err);
+    EXPECT_GT(camera.state()->frame.index, last_index);
+    last_index = camera.state()->frame.index;
+    ++good;
+  }
+  EXPECT_GT(corrupted, 0);
+  EXPECT_GT(good, 3);
+  EXPECT_EQ(good + corrupted, camera.getKTRNumberOfFrames());
+  EXPECT_EQ(camera.getKTRPosition(), camera.getKTRNumberOfFrames());
 }
 
 TEST(CameraRecording, ImagesGoIntoTheCallersBuffersInEveryView) {
