@@ -52,6 +52,8 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
     cv::stereoRectify(K1, D1, K2, D2, size, R, T, R1_, R2, P1, P2, Q, cv::CALIB_ZERO_DISPARITY, 0, size);
     cv::initUndistortRectifyMap(K1, D1, R1_, P1, size, CV_16SC2, map_left_[0], map_left_[1]);
     cv::initUndistortRectifyMap(K2, D2, R2, P2, size, CV_16SC2, map_right_[0], map_right_[1]);
+    left_table_.build(map_left_[0], map_left_[1], size);
+    right_table_.build(map_right_[0], map_right_[1], size);
   } catch (const cv::Exception& e) {
     return fail(ERROR_CODE::INVALID_CALIBRATION_FILE, std::string("the calibration cannot be rectified: ") + e.what());
   }
@@ -69,12 +71,12 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
 namespace {
 
 // One eye of a side-by-side frame rectified into BGR; `scratch` takes the four-channel result.
-void rectifyColour(const cv::Mat& half, const cv::Mat* maps, cv::Mat& scratch, cv::Mat& bgr) {
+void rectifyColour(const cv::Mat& half, const RemapTable& table, cv::Mat& scratch, cv::Mat& bgr) {
   if (half.channels() == 4) {
-    cv::remap(half, scratch, maps[0], maps[1], cv::INTER_LINEAR);
+    table.apply(half, scratch);
     cv::cvtColor(scratch, bgr, cv::COLOR_BGRA2BGR);
   } else {
-    cv::remap(half, bgr, maps[0], maps[1], cv::INTER_LINEAR);
+    table.apply(half, bgr);
   }
 }
 
@@ -86,16 +88,16 @@ cv::Mat Rectifier::eye(const cv::Mat& sbs, int eye) const {
 }
 
 void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& left_gray, cv::Mat& right_gray) {
-  rectifyColour(eye(sbs, 0), map_left_, scratch_, left);
+  rectifyColour(eye(sbs, 0), left_table_, scratch_, left);
   cv::cvtColor(left, left_gray, cv::COLOR_BGR2GRAY);
   // Grey before rectification: a third of the pixels to interpolate.
   cv::cvtColor(eye(sbs, 1), raw_gray_, sbs.channels() == 4 ? cv::COLOR_BGRA2GRAY : cv::COLOR_BGR2GRAY);
-  cv::remap(raw_gray_, right_gray, map_right_[0], map_right_[1], cv::INTER_LINEAR);
+  right_table_.apply(raw_gray_, right_gray);
 }
 
 void Rectifier::rectifyRightColour(const cv::Mat& sbs, cv::Mat& right) const {
   cv::Mat scratch;
-  rectifyColour(eye(sbs, 1), map_right_, scratch, right);
+  rectifyColour(eye(sbs, 1), right_table_, scratch, right);
 }
 
 CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {

@@ -4,6 +4,7 @@
 #include <opencv2/core.hpp>
 
 #include "core/internal/camera_state.h"
+#include "input/internal/remap_table.h"
 #include "io/internal/ktr_metadata.h"
 
 namespace pv::internal {
@@ -33,6 +34,7 @@ class Rectifier {
 
   RectifiedCalibration rectified_;
   cv::Mat map_left_[2], map_right_[2], R1_;
+  RemapTable left_table_, right_table_;
   cv::Mat scratch_, raw_gray_;
 };
 

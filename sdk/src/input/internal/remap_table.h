@@ -1,0 +1,41 @@
+// A fixed bilinear resampling (a rectification map) prepared for fast application.
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <vector>
+
+namespace pv::internal {
+
+/// Built from OpenCV's fixed-point maps (CV_16SC2 whole pixels, CV_16UC1 5-bit fractions), it
+/// resamples like cv::remap with INTER_LINEAR and a constant black border, to within one grey
+/// level. Grey and BGRA images take a vector kernel where the CPU has AVX-512; anything else goes
+/// through cv::remap.
+class RemapTable {
+ public:
+  /// `source_size`: the size of the images the map reads from.
+  void build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::Size source_size);
+  /// `dst` = `src` (CV_8UC1, CV_8UC3 or CV_8UC4 of the source size, any row step) resampled.
+  void apply(const cv::Mat& src, cv::Mat& dst) const;
+  /// Whether the vector kernel runs on this CPU (else apply is cv::remap).
+  static bool vectorised();
+
+ private:
+  void fixBorder(const cv::Mat& src, cv::Mat& dst, int y0, int y1) const;
+
+  cv::Mat map_xy_, map_fraction_;
+  cv::Size source_size_;
+  std::vector<uint32_t> xy_;              ///< x | y << 16 of the top-left neighbour (0 on the border)
+  std::vector<uint8_t> fx_, fy_;          ///< fractions, 0..31
+  std::vector<int> border_;               ///< pixels (y * width + x) whose neighbours are not all inside
+  std::vector<cv::Vec2s> border_xy_;      ///< their top-left neighbours, possibly outside
+  std::vector<size_t> border_row_start_;  ///< first border_ entry of each row, and the end
+};
+
+namespace remap_kernels {
+/// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
+void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src,
+                size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1);
+}  // namespace remap_kernels
+
+}  // namespace pv::internal

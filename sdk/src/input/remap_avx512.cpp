@@ -1,0 +1,102 @@
+// The rectification's bilinear kernel for AVX-512 (built with -march=x86-64-v4, run only where
+// the CPU has it). Per 16 output pixels it gathers the two source rows' neighbour pairs, blends
+// them horizontally with byte multiply-adds and vertically with rounded 16-bit products.
+// GCC 12 takes the intrinsics' deliberately undefined start values for uninitialised reads.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+
+#include "input/internal/remap_table.h"
+
+namespace pv::internal::remap_kernels {
+
+namespace {
+
+inline int scalarBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
+  const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
+  return (top * (32 - fy) + bottom * fy + 512) >> 10;
+}
+
+inline __m512i offsets(__m512i xy, int step, int channels) {
+  const __m512i x = _mm512_and_si512(xy, _mm512_set1_epi32(0xFFFF));
+  const __m512i y = _mm512_srli_epi32(xy, 16);
+  return _mm512_add_epi32(_mm512_mullo_epi32(y, _mm512_set1_epi32(step)),
+                          _mm512_mullo_epi32(x, _mm512_set1_epi32(channels)));
+}
+
+// top + (bottom - top) * fy / 32 in 16-bit lanes, then from 1/32 steps to grey levels.
+inline __m512i blendVertical(__m512i top, __m512i bottom, __m512i fy_q15) {
+  const __m512i r = _mm512_add_epi16(top, _mm512_mulhrs_epi16(_mm512_sub_epi16(bottom, top), fy_q15));
+  return _mm512_srli_epi16(_mm512_add_epi16(r, _mm512_set1_epi16(16)), 5);
+}
+
+void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src, int step,
+             uint8_t* dst) {
+  const __m512i low_pair = _mm512_set1_epi32(0xFFFF), c32 = _mm512_set1_epi32(32);
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 1);
+    const __m512i top = _mm512_and_si512(_mm512_i32gather_epi32(at, src, 1), low_pair);
+    const __m512i bottom = _mm512_and_si512(_mm512_i32gather_epi32(at, src + step, 1), low_pair);
+    const __m512i wx = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fx + x)));
+    const __m512i wy = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fy + x)));
+    const __m512i weights = _mm512_or_si512(_mm512_sub_epi32(c32, wx), _mm512_slli_epi32(wx, 8));  // (32-fx, fx)
+    const __m512i r = blendVertical(_mm512_maddubs_epi16(top, weights), _mm512_maddubs_epi16(bottom, weights),
+                                    _mm512_slli_epi32(wy, 10));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm512_cvtepi32_epi8(r));
+  }
+  for (; x < width; ++x) {
+    const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + (xy[x] & 0xFFFF);
+    dst[x] = uint8_t(scalarBlend(p[0], p[1], p[step], p[step + 1], fx[x], fy[x]));
+  }
+}
+
+void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src, int step,
+             uint8_t* dst) {
+  const __m512i c32 = _mm512_set1_epi32(32), every_byte = _mm512_set1_epi32(0x01010101);
+  const __m512i evens = _mm512_set_epi32(30, 28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 4, 2, 0);
+  const __m512i odds = _mm512_set_epi32(31, 29, 27, 25, 23, 21, 19, 17, 15, 13, 11, 9, 7, 5, 3, 1);
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 4);
+    const __m256i at0 = _mm512_castsi512_si256(at), at1 = _mm512_extracti64x4_epi64(at, 1);
+    // Each 64-bit load brings a pixel and its right neighbour.
+    const __m512i t0 = _mm512_i32gather_epi64(at0, src, 1), t1 = _mm512_i32gather_epi64(at1, src, 1);
+    const __m512i b0 = _mm512_i32gather_epi64(at0, src + step, 1), b1 = _mm512_i32gather_epi64(at1, src + step, 1);
+    const __m512i p00 = _mm512_permutex2var_epi32(t0, evens, t1), p01 = _mm512_permutex2var_epi32(t0, odds, t1);
+    const __m512i p10 = _mm512_permutex2var_epi32(b0, evens, b1), p11 = _mm512_permutex2var_epi32(b0, odds, b1);
+    const __m512i wx = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fx + x)));
+    const __m512i wy = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fy + x)));
+    const __m512i w0 = _mm512_mullo_epi32(_mm512_sub_epi32(c32, wx), every_byte);
+    const __m512i w1 = _mm512_mullo_epi32(wx, every_byte);
+    const __m512i w_lo = _mm512_unpacklo_epi8(w0, w1), w_hi = _mm512_unpackhi_epi8(w0, w1);
+    const __m512i top_lo = _mm512_maddubs_epi16(_mm512_unpacklo_epi8(p00, p01), w_lo);
+    const __m512i top_hi = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(p00, p01), w_hi);
+    const __m512i bottom_lo = _mm512_maddubs_epi16(_mm512_unpacklo_epi8(p10, p11), w_lo);
+    const __m512i bottom_hi = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(p10, p11), w_hi);
+    __m512i fy_q15 = _mm512_slli_epi32(wy, 10);
+    fy_q15 = _mm512_or_si512(fy_q15, _mm512_slli_epi32(fy_q15, 16));  // both 16-bit halves
+    const __m512i r_lo = blendVertical(top_lo, bottom_lo, _mm512_unpacklo_epi32(fy_q15, fy_q15));
+    const __m512i r_hi = blendVertical(top_hi, bottom_hi, _mm512_unpackhi_epi32(fy_q15, fy_q15));
+    _mm512_storeu_si512(dst + 4 * x, _mm512_packus_epi16(r_lo, r_hi));
+  }
+  for (; x < width; ++x) {
+    const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + 4 * (xy[x] & 0xFFFF);
+    for (int c = 0; c < 4; ++c)
+      dst[4 * x + c] = uint8_t(scalarBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
+  }
+}
+
+}  // namespace
+
+void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src,
+                size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
+    const size_t at = size_t(y) * size_t(width);
+    if (channels == 1)
+      grayRow(xy + at, fx + at, fy + at, width, src, int(src_step), dst + size_t(y) * dst_step);
+    else
+      bgraRow(xy + at, fx + at, fy + at, width, src, int(src_step), dst + size_t(y) * dst_step);
+  }
+}
+
+}  // namespace pv::internal::remap_kernels

@@ -1,0 +1,90 @@
+#include "input/internal/remap_table.h"
+
+#include <opencv2/imgproc.hpp>
+
+namespace pv::internal {
+
+bool RemapTable::vectorised() {
+#if defined(PV_REMAP_AVX512) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+  static const bool runs = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("x86-64-v4") != 0;
+  }();
+  return runs;
+#else
+  return false;
+#endif
+}
+
+void RemapTable::build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::Size source_size) {
+  CV_Assert(map_xy.type() == CV_16SC2 && map_fraction.type() == CV_16UC1 && map_xy.size() == map_fraction.size());
+  CV_Assert(source_size.width < 65536 && source_size.height < 65536);
+  map_xy_ = map_xy;
+  map_fraction_ = map_fraction;
+  source_size_ = source_size;
+  const int w = map_xy.cols, h = map_xy.rows;
+  xy_.assign(size_t(w) * size_t(h), 0u);
+  fx_.assign(xy_.size(), 0);
+  fy_.assign(xy_.size(), 0);
+  border_.clear();
+  border_xy_.clear();
+  border_row_start_.assign(size_t(h) + 1, 0);
+  for (int y = 0; y < h; ++y) {
+    border_row_start_[size_t(y)] = border_.size();
+    const cv::Vec2s* p = map_xy.ptr<cv::Vec2s>(y);
+    const uint16_t* f = map_fraction.ptr<uint16_t>(y);
+    for (int x = 0; x < w; ++x) {
+      const size_t i = size_t(y) * size_t(w) + size_t(x);
+      fx_[i] = uint8_t(f[x] & 31);
+      fy_[i] = uint8_t((f[x] >> 5) & 31);
+      // The grey kernel reads four bytes from the neighbour on: keep those inside the row too.
+      const bool inside =
+          p[x][0] >= 0 && p[x][1] >= 0 && p[x][0] + 3 < source_size.width && p[x][1] + 1 < source_size.height;
+      if (inside) {
+        xy_[i] = uint32_t(p[x][0]) | uint32_t(p[x][1]) << 16;
+      } else {
+        border_.push_back(int(i));
+        border_xy_.push_back(p[x]);
+      }
+    }
+  }
+  border_row_start_[size_t(h)] = border_.size();
+}
+
+void RemapTable::fixBorder(const cv::Mat& src, cv::Mat& dst, int y0, int y1) const {
+  const int cn = src.channels();
+  auto sample = [&](int x, int y, int c) {
+    return x >= 0 && y >= 0 && x < src.cols && y < src.rows ? int(src.ptr<uint8_t>(y)[x * cn + c]) : 0;
+  };
+  for (size_t k = border_row_start_[size_t(y0)]; k < border_row_start_[size_t(y1)]; ++k) {
+    const size_t i = size_t(border_[k]);
+    const int x = border_[k] % dst.cols, y = border_[k] / dst.cols;
+    const int sx = border_xy_[k][0], sy = border_xy_[k][1], fx = fx_[i], fy = fy_[i];
+    uint8_t* out = dst.ptr<uint8_t>(y) + x * cn;
+    for (int c = 0; c < cn; ++c) {
+      const int top = sample(sx, sy, c) * (32 - fx) + sample(sx + 1, sy, c) * fx;
+      const int bottom = sample(sx, sy + 1, c) * (32 - fx) + sample(sx + 1, sy + 1, c) * fx;
+      out[c] = uint8_t((top * (32 - fy) + bottom * fy + 512) >> 10);
+    }
+  }
+}
+
+void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
+  CV_Assert(!map_xy_.empty() && src.size() == source_size_ && src.depth() == CV_8U);
+  const int cn = src.channels();
+  if (!vectorised() || (cn != 1 && cn != 4)) {
+    cv::remap(src, dst, map_xy_, map_fraction_, cv::INTER_LINEAR);
+    return;
+  }
+  dst.create(map_xy_.size(), src.type());
+  cv::parallel_for_(
+      cv::Range(0, dst.rows),
+      [&](const cv::Range& rows) {
+        remap_kernels::avx512Rows(xy_.data(), fx_.data(), fy_.data(), dst.cols, src.data, src.step, cn, dst.data,
+                                  dst.step, rows.start, rows.end);
+        fixBorder(src, dst, rows.start, rows.end);
+      },
+      8);
+}
+
+}  // namespace pv::internal

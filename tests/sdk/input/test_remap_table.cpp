@@ -1,0 +1,52 @@
+// The rectification's own resampling against cv::remap, the reference.
+#include <gtest/gtest.h>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "input/internal/remap_table.h"
+
+namespace pv::internal {
+namespace {
+
+TEST(RemapTable, ResamplesLikeOpenCvInsideAndOnTheBorder) {
+  // A strongly distorted, rotated eye of odd size, read as the right half of a side-by-side
+  // frame (a view with a row step wider than the eye): many pixels map partly or wholly outside.
+  const cv::Size size(333, 201);
+  const cv::Mat K = (cv::Mat_<double>(3, 3) << 180, 0, 160, 0, 180, 100, 0, 0, 1);
+  const cv::Mat D = (cv::Mat_<double>(1, 5) << -0.3, 0.1, 0.002, -0.001, 0);
+  cv::Mat R;
+  cv::Rodrigues(cv::Vec3d(0.03, -0.05, 0.04), R);
+  const cv::Mat P = (cv::Mat_<double>(3, 3) << 120, 0, 150, 0, 120, 110, 0, 0, 1);  // wider than the eye
+  cv::Mat map_xy, map_fraction;
+  cv::initUndistortRectifyMap(K, D, R, P, size, CV_16SC2, map_xy, map_fraction);
+  RemapTable table;
+  table.build(map_xy, map_fraction, size);
+
+  cv::Mat side_by_side(size.height, 2 * size.width, CV_8UC4);
+  cv::randu(side_by_side, 0, 256);
+  cv::GaussianBlur(side_by_side, side_by_side, cv::Size(3, 3), 0.8);
+  const cv::Mat eye = side_by_side(cv::Rect(size.width, 0, size.width, size.height));
+  cv::Mat gray, bgr;
+  cv::cvtColor(eye, gray, cv::COLOR_BGRA2GRAY);
+  cv::cvtColor(eye, bgr, cv::COLOR_BGRA2BGR);
+  int outside = 0;
+  for (const cv::Mat& src : {eye, gray, bgr}) {
+    cv::Mat ours, reference;
+    table.apply(src, ours);
+    cv::remap(src, reference, map_xy, map_fraction, cv::INTER_LINEAR);
+    ASSERT_EQ(ours.type(), src.type());
+    ASSERT_EQ(ours.size(), size);
+    cv::Mat diff;
+    cv::absdiff(ours, reference, diff);
+    diff = diff.reshape(1);
+    EXPECT_LE(cv::norm(diff, cv::NORM_INF), 1.0) << src.channels() << " channels";
+    EXPECT_LT(cv::mean(diff)[0], 0.05) << src.channels() << " channels";
+    outside = cv::countNonZero(reference.reshape(1) == 0);
+  }
+  EXPECT_GT(outside, 1000);  // the border really was exercised
+  std::printf("vector kernel: %s\n", RemapTable::vectorised() ? "yes" : "no (cv::remap)");
+}
+
+}  // namespace
+}  // namespace pv::internal
