@@ -11,6 +11,22 @@ namespace pv::internal::remap_kernels {
 
 namespace {
 
+// The gathers wait on memory unless the source lines are fetched early: this many output pixels
+// ahead (the table runs on into the next row), the neighbours' lines are asked for.
+constexpr int kPrefetchAhead = 192;
+
+inline void prefetchSource(const uint32_t* xy, int x, ptrdiff_t left, const uint8_t* src, int step, int channels) {
+  if (kPrefetchAhead >= left) return;
+  const uint32_t at = xy[x + kPrefetchAhead];
+  const char* p = reinterpret_cast<const char*>(src + (at >> 16) * size_t(step) + (at & 0xFFFF) * size_t(channels));
+  _mm_prefetch(p, _MM_HINT_T0);
+  _mm_prefetch(p + step, _MM_HINT_T0);
+  if (channels == 4) {  // 16 BGRA pixels span two lines
+    _mm_prefetch(p + 64, _MM_HINT_T0);
+    _mm_prefetch(p + step + 64, _MM_HINT_T0);
+  }
+}
+
 inline int scalarBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
   const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
   return (top * (32 - fy) + bottom * fy + 512) >> 10;
@@ -29,11 +45,12 @@ inline __m512i blendVertical(__m512i top, __m512i bottom, __m512i fy_q15) {
   return _mm512_srli_epi16(_mm512_add_epi16(r, _mm512_set1_epi16(16)), 5);
 }
 
-void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src, int step,
-             uint8_t* dst) {
+void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, ptrdiff_t left, const uint8_t* src,
+             int step, uint8_t* dst) {
   const __m512i low_pair = _mm512_set1_epi32(0xFFFF), c32 = _mm512_set1_epi32(32);
   int x = 0;
   for (; x + 16 <= width; x += 16) {
+    prefetchSource(xy, x, left - x, src, step, 1);
     const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 1);
     const __m512i top = _mm512_and_si512(_mm512_i32gather_epi32(at, src, 1), low_pair);
     const __m512i bottom = _mm512_and_si512(_mm512_i32gather_epi32(at, src + step, 1), low_pair);
@@ -50,13 +67,14 @@ void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   }
 }
 
-void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src, int step,
-             uint8_t* dst) {
+void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, ptrdiff_t left, const uint8_t* src,
+             int step, uint8_t* dst) {
   const __m512i c32 = _mm512_set1_epi32(32), every_byte = _mm512_set1_epi32(0x01010101);
   const __m512i evens = _mm512_set_epi32(30, 28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 4, 2, 0);
   const __m512i odds = _mm512_set_epi32(31, 29, 27, 25, 23, 21, 19, 17, 15, 13, 11, 9, 7, 5, 3, 1);
   int x = 0;
   for (; x + 16 <= width; x += 16) {
+    prefetchSource(xy, x, left - x, src, step, 4);
     const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 4);
     const __m256i at0 = _mm512_castsi512_si256(at), at1 = _mm512_extracti64x4_epi64(at, 1);
     // Each 64-bit load brings a pixel and its right neighbour.
@@ -88,14 +106,15 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
 
 }  // namespace
 
-void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src,
+void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height, const uint8_t* src,
                 size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1) {
   for (int y = y0; y < y1; ++y) {
     const size_t at = size_t(y) * size_t(width);
+    const ptrdiff_t left = ptrdiff_t(height - y) * width;  // table entries from this row's start on
     if (channels == 1)
-      grayRow(xy + at, fx + at, fy + at, width, src, int(src_step), dst + size_t(y) * dst_step);
+      grayRow(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step);
     else
-      bgraRow(xy + at, fx + at, fy + at, width, src, int(src_step), dst + size_t(y) * dst_step);
+      bgraRow(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step);
   }
 }
 

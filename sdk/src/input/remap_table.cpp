@@ -80,8 +80,8 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
   cv::parallel_for_(
       cv::Range(0, dst.rows),
       [&](const cv::Range& rows) {
-        remap_kernels::avx512Rows(xy_.data(), fx_.data(), fy_.data(), dst.cols, src.data, src.step, cn, dst.data,
-                                  dst.step, rows.start, rows.end);
+        remap_kernels::avx512Rows(xy_.data(), fx_.data(), fy_.data(), dst.cols, dst.rows, src.data, src.step, cn,
+                                  dst.data, dst.step, rows.start, rows.end);
         fixBorder(src, dst, rows.start, rows.end);
       },
       8);

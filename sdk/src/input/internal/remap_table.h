@@ -34,7 +34,7 @@ class RemapTable {
 
 namespace remap_kernels {
 /// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
-void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, const uint8_t* src,
+void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height, const uint8_t* src,
                 size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1);
 }  // namespace remap_kernels
 
