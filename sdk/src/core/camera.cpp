@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <opencv2/imgproc.hpp>
+#include <string>
 
 #include "core/internal/camera_state.h"
 #include "core/internal/coordinates.h"
@@ -214,14 +216,28 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
   }
   in->last_grab = now;
 
-  if (runtime.enable_depth && s.init_parameters.depth_mode != DEPTH_MODE::NONE) {
-    err = internal::depthStep(s, runtime);
-    if (err != ERROR_CODE::SUCCESS) return err;
-  } else {
-    // Tracking and mapping read the depth of this frame: never leave the previous one there.
-    s.depth = internal::DepthData();
+  // Tracking and mapping read the depth of this frame: never leave the previous one there.
+  s.depth = internal::DepthData();
+  err = internal::checkDepthParameters(s, runtime);
+  if (err != ERROR_CODE::SUCCESS) return err;
+  if (!runtime.enable_depth || s.init_parameters.depth_mode == DEPTH_MODE::NONE) {
+    err = internal::trackingStep(s, internal::FrameDepth());
+    return err != ERROR_CODE::SUCCESS ? err : internal::mappingStep(s);
   }
-  err = internal::trackingStep(s);
+  // Depth is computed beside tracking, which needs it only for a new keyframe and waits there.
+  ERROR_CODE depth_err = ERROR_CODE::SUCCESS;
+  std::string depth_why;
+  std::future<void> depth = std::async(std::launch::async, [&] {
+    depth_err = internal::depthStep(s, runtime);
+    if (depth_err != ERROR_CODE::SUCCESS) depth_why = lastErrorDetail().str();
+  });
+  const internal::FrameDepth frame_depth([&] {
+    depth.wait();
+    return s.depth.valid ? s.depth.depth_m : cv::Mat();
+  });
+  err = internal::trackingStep(s, frame_depth);
+  depth.wait();
+  if (depth_err != ERROR_CODE::SUCCESS) return fail(depth_err, depth_why);
   if (err != ERROR_CODE::SUCCESS) return err;
   return internal::mappingStep(s);
 }

@@ -49,8 +49,7 @@ ERROR_CODE DepthModule::step(CameraState& state, const RuntimeParameters& runtim
   return ERROR_CODE::SUCCESS;
 }
 
-ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime) {
-  state.depth = DepthData();
+ERROR_CODE checkDepthParameters(const CameraState& state, const RuntimeParameters& runtime) {
   if (!runtime.enable_depth || state.init_parameters.depth_mode == DEPTH_MODE::NONE) return ERROR_CODE::SUCCESS;
   ModeRecipe recipe;
   if (!recipeFor(state.init_parameters.depth_mode, recipe))
@@ -58,6 +57,14 @@ ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime) {
   if (runtime.confidence_threshold < 1 || runtime.confidence_threshold > 100 ||
       runtime.texture_confidence_threshold < 1 || runtime.texture_confidence_threshold > 100)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "confidence thresholds must lie within 1..100");
+  return ERROR_CODE::SUCCESS;
+}
+
+ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime) {
+  state.depth = DepthData();
+  if (!runtime.enable_depth || state.init_parameters.depth_mode == DEPTH_MODE::NONE) return ERROR_CODE::SUCCESS;
+  const ERROR_CODE checked = checkDepthParameters(state, runtime);
+  if (checked != ERROR_CODE::SUCCESS) return checked;
   try {
     if (!state.depth_module || state.depth_module->mode() != state.init_parameters.depth_mode)
       state.depth_module = std::make_shared<DepthModule>(state.init_parameters.depth_mode);

@@ -124,7 +124,7 @@ const TrajectoryStore* trajectoryStore(const CameraState& state) {
   return m->engine ? &m->engine->trajectory() : nullptr;
 }
 
-ERROR_CODE trackingStep(CameraState& state) {
+ERROR_CODE trackingStep(CameraState& state, const FrameDepth& depth) {
   TrackingModule* m = activeModule(state);
   if (!m) {
     state.tracking.state = POSITIONAL_TRACKING_STATE::OFF;
@@ -146,7 +146,6 @@ ERROR_CODE trackingStep(CameraState& state) {
     m->used.clear();
     m->rejected.clear();
   } else {
-    const cv::Mat depth = state.depth.valid ? state.depth.depth_m : cv::Mat();
     const EngineOutput out =
         m->engine->process(f.left_gray, f.right_gray, depth, f.index, double(f.timestamp_ns) * 1e-9);
     state.tracking.state = out.state;

@@ -61,17 +61,17 @@ std::vector<float> StereoOdometry::disparityGuess(const cv::Mat& depth_m,
   return guess;
 }
 
-OdometryOutput StereoOdometry::startAt(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m,
+OdometryOutput StereoOdometry::startAt(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                        int frame_index, const Eigen::Isometry3d& T_world_camera) {
   restart(T_world_camera);
-  return track(left, right, depth_m, frame_index);
+  return track(left, right, depth, frame_index);
 }
 
-OdometryOutput StereoOdometry::initialise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m,
+OdometryOutput StereoOdometry::initialise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                           int frame_index) {
   OdometryOutput out;
   out.T_world_camera = T_world_camera_;
-  const int id = makeKeyframe(left, right, depth_m, frame_index);
+  const int id = makeKeyframe(left, right, depth, frame_index);
   const int landmarks = id >= 0 ? int(map_.keyframes[id].observations.size()) : 0;
   if (landmarks < 2 * parameters_.min_inliers) {
     // Too little texture to start: undo and stay lost.
@@ -125,13 +125,13 @@ bool StereoOdometry::estimatePose(const std::vector<cv::Point3f>& points_world, 
   return true;
 }
 
-OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m,
+OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                      int frame_index) {
   std::vector<cv::Mat> pyramid;
   const cv::Size window(parameters_.klt_window_px, parameters_.klt_window_px);
   cv::buildOpticalFlowPyramid(left, pyramid, window, parameters_.klt_levels);
   if (!started_) {
-    OdometryOutput out = initialise(left, right, depth_m, frame_index);
+    OdometryOutput out = initialise(left, right, depth, frame_index);
     previous_pyramid_ = std::move(pyramid);
     return out;
   }
@@ -208,7 +208,7 @@ OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, 
                              since.translation().norm() > parameters_.keyframe_distance_m ||
                              rotationAngle(since) > parameters_.keyframe_angle_rad;
   if (need_keyframe) {
-    out.new_keyframe_id = makeKeyframe(left, right, depth_m, frame_index);
+    out.new_keyframe_id = makeKeyframe(left, right, depth, frame_index);
     out.reference_keyframe_id = out.new_keyframe_id;
     out.T_world_camera = T_world_camera_;
   } else {
@@ -218,7 +218,7 @@ OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, 
   return out;
 }
 
-int StereoOdometry::makeKeyframe(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index) {
+int StereoOdometry::makeKeyframe(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index) {
   const double fb = calibration_.fx * calibration_.baseline_m;
   const float min_d = float(fb / parameters_.max_depth_m);
   const float max_d = float(std::min(fb / parameters_.min_depth_m, double(left.cols) / 2));
@@ -256,7 +256,7 @@ int StereoOdometry::makeKeyframe(const cv::Mat& left, const cv::Mat& right, cons
   }
   const std::vector<cv::Point2f> fresh = detectFeatures(left, tracked, parameters_.features);
   const std::vector<float> fresh_d =
-      matchStereo(left, right, fresh, disparityGuess(depth_m, fresh), lo, hi, 2.f, parameters_.features);
+      matchStereo(left, right, fresh, disparityGuess(depth.get(), fresh), lo, hi, 2.f, parameters_.features);
   for (size_t i = 0; i < fresh.size(); ++i) {
     if (!std::isfinite(fresh_d[i])) continue;
     Landmark lm;

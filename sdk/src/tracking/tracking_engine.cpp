@@ -34,7 +34,7 @@ void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
   }
 }
 
-EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m,
+EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                            int frame_index) {
   EngineOutput out;
   out.T_world_camera = T_world_last_;
@@ -44,7 +44,7 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
     PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
     if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
     if (area_.confirmWithStereo(match, left, right)) {
-      const OdometryOutput o = odometry_.startAt(left, right, depth_m, frame_index, match.T_world_camera);
+      const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, match.T_world_camera);
       if (o.ok) {
         waiting_for_area_ = false;
         lost_frames_ = 0;
@@ -63,21 +63,21 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
   return out;
 }
 
-EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index,
-                                     double t_s) {
+EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
+                                     int frame_index, double t_s) {
   const bool slow = last_t_s_ >= 0 && t_s - last_t_s_ > parameters_.max_frame_gap_s;
   last_t_s_ = t_s;
   EngineOutput out;
   out.T_world_camera = T_world_last_;
 
-  if (waiting_for_area_) return tryRelocalise(left, right, depth_m, frame_index);
+  if (waiting_for_area_) return tryRelocalise(left, right, depth, frame_index);
   if (!odometry_.started() && ever_tracked_) {
     // Lost: look for the place in the map, else start afresh from the last pose after a while.
-    out = tryRelocalise(left, right, depth_m, frame_index);
+    out = tryRelocalise(left, right, depth, frame_index);
     if (out.state == POSITIONAL_TRACKING_STATE::OK) return out;
     if (++lost_frames_ < parameters_.lost_frames_before_restart) return out;
   }
-  const OdometryOutput o = odometry_.track(left, right, depth_m, frame_index);
+  const OdometryOutput o = odometry_.track(left, right, depth, frame_index);
   out.used = o.used;
   out.rejected = o.rejected;
   if (!o.ok) {

@@ -46,7 +46,7 @@ class RoomCamera {
     f.index = index;
     f.timestamp_ns = uint64_t(index) * 33333333ull;
     f.valid = true;
-    ASSERT_EQ(trackingStep(*s_), ERROR_CODE::SUCCESS);
+    ASSERT_EQ(trackingStep(*s_, FrameDepth()), ERROR_CODE::SUCCESS);
   }
   CameraState& state() { return *s_; }
   Camera camera;

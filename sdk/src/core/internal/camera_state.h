@@ -11,6 +11,7 @@
 #include <mutex>
 #include <opencv2/core.hpp>
 
+#include "core/internal/frame_depth.h"
 #include "pv/camera.h"
 
 namespace pv::internal {
@@ -79,9 +80,13 @@ struct CameraState {
 };
 
 // Steps of a grab after the frame is decoded and rectified, each defined by its module and
-// called by Camera::grab in this order. Each returns SUCCESS or the code grab should return.
+// called by Camera::grab: depth (after its parameters are checked) beside tracking, then mapping.
+// Each returns SUCCESS or the code grab should return.
+ERROR_CODE checkDepthParameters(const CameraState& state, const RuntimeParameters& runtime);
+/// Writes state.depth and nothing that tracking reads.
 ERROR_CODE depthStep(CameraState& state, const RuntimeParameters& runtime);
-ERROR_CODE trackingStep(CameraState& state);
+/// Reads this frame's depth only through `depth`.
+ERROR_CODE trackingStep(CameraState& state, const FrameDepth& depth);
 ERROR_CODE mappingStep(CameraState& state);
 /// Draws DEPTH or DEPTH_COLOR of the last grab as CV_8UC4 (BGRA) at native resolution (depth/).
 ERROR_CODE depthView(const CameraState& state, VIEW view, cv::Mat& bgra);

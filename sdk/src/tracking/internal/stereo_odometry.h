@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "core/internal/frame_depth.h"
 #include "tracking/internal/map_data.h"
 #include "tracking/internal/optimisation.h"
 #include "tracking/internal/stereo_features.h"
@@ -49,14 +50,14 @@ class StereoOdometry {
   StereoOdometry(const RectifiedCalibration& calibration, MapData& map,
                  const OdometryParameters& parameters = OdometryParameters());
 
-  /// Processes one rectified grey pair. `depth_m` (CV_32F, NaN invalid) may be empty; when
-  /// given it guides the stereo matching.
-  OdometryOutput track(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  /// Processes one rectified grey pair. `depth` may be empty; when given it guides the stereo
+  /// matching of a new keyframe (the only time it is asked for).
+  OdometryOutput track(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
 
   /// Forgets the tracks; the next frame starts afresh at `T_world_camera`.
   void restart(const Eigen::Isometry3d& T_world_camera);
   /// Starts at `T_world_camera` with this frame (used after a relocalisation).
-  OdometryOutput startAt(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index,
+  OdometryOutput startAt(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
                          const Eigen::Isometry3d& T_world_camera);
 
   /// Moves the odometry's world frame: poses become T_correction * pose (after a loop closure).
@@ -75,10 +76,10 @@ class StereoOdometry {
     int landmark;
     cv::Point2f px;
   };
-  OdometryOutput initialise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  OdometryOutput initialise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   bool estimatePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
                     Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier);
-  int makeKeyframe(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  int makeKeyframe(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   void slideWindow();
   std::vector<float> disparityGuess(const cv::Mat& depth_m, const std::vector<cv::Point2f>& points) const;
 

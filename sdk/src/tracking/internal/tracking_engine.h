@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "core/internal/frame_depth.h"
 #include "pv/defines.h"
 #include "tracking/internal/area_memory.h"
 #include "tracking/internal/stereo_odometry.h"
@@ -35,8 +36,8 @@ class TrackingEngine {
   TrackingEngine(const RectifiedCalibration& calibration, const TrackingEngineParameters& parameters,
                  const Eigen::Isometry3d& T_world_start = Eigen::Isometry3d::Identity());
 
-  /// Tracks one rectified grey pair (`depth_m` may be empty). `t_s` is its capture time.
-  EngineOutput process(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index, double t_s);
+  /// Tracks one rectified grey pair (`depth` may be empty). `t_s` is its capture time.
+  EngineOutput process(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index, double t_s);
 
   /// Takes a saved area as the map: tracking then searches until the camera is relocalised in
   /// its world frame.
@@ -53,7 +54,7 @@ class TrackingEngine {
   int loopCount() const { return area_.loopCount(); }
 
  private:
-  EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const cv::Mat& depth_m, int frame_index);
+  EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   void afterKeyframe(int id, const cv::Mat& left);
 
   RectifiedCalibration calibration_;
