@@ -72,6 +72,27 @@ cv::Mat nearestTo(const cv::Mat& m, cv::Size size) {
   return out;
 }
 
+/// `m` (CV_32F) where `mask` is set, NaN elsewhere.
+cv::Mat keepWhere(const cv::Mat& m, const cv::Mat& mask) {
+  cv::Mat out(m.size(), CV_32F);
+  for (int y = 0; y < m.rows; ++y) {
+    const float* in = m.ptr<float>(y);
+    const uchar* keep = mask.ptr<uchar>(y);
+    float* o = out.ptr<float>(y);
+    for (int x = 0; x < m.cols; ++x) o[x] = keep[x] ? in[x] : std::numeric_limits<float>::quiet_NaN();
+  }
+  return out;
+}
+
+/// Copies the numbers of `from` (CV_32F) into `to`, leaving `to` where `from` is NaN.
+void takeValid(const cv::Mat& from, cv::Mat& to) {
+  for (int y = 0; y < to.rows; ++y) {
+    const float* f = from.ptr<float>(y);
+    float* t = to.ptr<float>(y);
+    for (int x = 0; x < to.cols; ++x) t[x] = f[x] == f[x] ? f[x] : t[x];
+  }
+}
+
 /// Full-range semi-global matching of the pair, with the left-right check.
 LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
   SgmParameters match;
@@ -167,12 +188,12 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
     disparity = full_disparity;
     confidence = full_confidence;
     if (!near_edge.empty()) {
-      // Only those pixels are searched (a NaN prior costs next to nothing).
-      cv::Mat prior(disparity.size(), CV_32F, cv::Scalar(std::numeric_limits<float>::quiet_NaN()));
-      disparity.copyTo(prior, near_edge);
+      // Only those pixels are searched (a NaN prior costs next to nothing); the refinement is
+      // valid exactly where its prior was, so the confidence holds.
+      const cv::Mat prior = keepWhere(disparity, near_edge);
       const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), prior,
                                               recipe.full_refine_radius_px, recipe.full_refine_window_px);
-      refined.copyTo(disparity, near_edge);  // valid where the prior was, so the confidence holds
+      takeValid(refined, disparity);
     }
   } else {
     confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
