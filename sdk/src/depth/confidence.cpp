@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <limits>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
+#include <vector>
 
 #include "depth/internal/stereo_stages.h"
 
@@ -16,37 +20,66 @@ constexpr float kDoubtToDisagreement = 4.f;
 
 cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px) {
   CV_Assert(disparity_px.type() == CV_32F);
-  const cv::Mat valid = disparity_px == disparity_px;
-  cv::Mat highs = disparity_px.clone(), lows = disparity_px.clone();
-  highs.setTo(-1e9f, ~valid);
-  lows.setTo(1e9f, ~valid);
+  CV_Assert(lr_diff_px.empty() || (lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F));
+  // The 3x3 spread of the valid values: invalid pixels lose every maximum and every minimum.
+  cv::Mat highs(disparity_px.size(), CV_32F), lows(disparity_px.size(), CV_32F);
+  cv::parallel_for_(cv::Range(0, disparity_px.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* d = disparity_px.ptr<float>(y);
+      float* hi = highs.ptr<float>(y);
+      float* lo = lows.ptr<float>(y);
+      for (int x = 0; x < disparity_px.cols; ++x) {
+        const bool valid = d[x] == d[x];
+        hi[x] = valid ? d[x] : -1e9f;
+        lo[x] = valid ? d[x] : 1e9f;
+      }
+    }
+  });
   cv::dilate(highs, highs, cv::Mat());
   cv::erode(lows, lows, cv::Mat());
-  cv::Mat doubt = (highs - lows) / kRoughnessForFullDoubt;
-  if (!lr_diff_px.empty()) {
-    CV_Assert(lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F);
-    cv::Mat lr = lr_diff_px / kLrDiffForFullDoubt;
-    lr.setTo(0, invalidMask(lr));
-    doubt = cv::max(doubt, lr);
-  }
-  cv::Mat conf = 1.f + 99.f * cv::min(doubt, 1.f);
-  conf.setTo(std::numeric_limits<float>::quiet_NaN(), ~valid);
+  cv::Mat conf(disparity_px.size(), CV_32F);
+  cv::parallel_for_(cv::Range(0, disparity_px.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* d = disparity_px.ptr<float>(y);
+      const float* hi = highs.ptr<float>(y);
+      const float* lo = lows.ptr<float>(y);
+      const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
+      float* out = conf.ptr<float>(y);
+      for (int x = 0; x < disparity_px.cols; ++x) {
+        float doubt = (hi[x] - lo[x]) / kRoughnessForFullDoubt;
+        if (lr) doubt = std::max(doubt, lr[x] == lr[x] ? lr[x] / kLrDiffForFullDoubt : 0.f);
+        out[x] = d[x] == d[x] ? 1.f + 99.f * std::min(doubt, 1.f) : std::numeric_limits<float>::quiet_NaN();
+      }
+    }
+  });
   return conf;
 }
 
 cv::Mat measurementWeight(const cv::Mat& confidence, const cv::Mat& lr_diff_px) {
   CV_Assert(confidence.type() == CV_32F);
-  const cv::Mat valid = validMask(confidence);
-  cv::Mat u = (confidence - 1.f) * (kDoubtToDisagreement / 99.f);
-  if (!lr_diff_px.empty()) {
-    CV_Assert(lr_diff_px.size() == confidence.size() && lr_diff_px.type() == CV_32F);
-    cv::Mat lr = lr_diff_px.clone();
-    lr.setTo(0, invalidMask(lr));
-    u += lr;
-  }
-  cv::Mat weight;
-  cv::exp(-u.mul(u), weight);
-  weight.setTo(0, ~valid);
+  CV_Assert(lr_diff_px.empty() || (lr_diff_px.size() == confidence.size() && lr_diff_px.type() == CV_32F));
+  // exp(-u^2) of u = doubt fraction * kDoubtToDisagreement + disagreement; 0 where invalid.
+  cv::Mat exponent(confidence.size(), CV_32F), weight;
+  cv::parallel_for_(cv::Range(0, confidence.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* c = confidence.ptr<float>(y);
+      const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
+      float* e = exponent.ptr<float>(y);
+      for (int x = 0; x < confidence.cols; ++x) {
+        float u = (c[x] - 1.f) * (kDoubtToDisagreement / 99.f);
+        if (lr && lr[x] == lr[x]) u += lr[x];
+        e[x] = -u * u;
+      }
+    }
+  });
+  cv::exp(exponent, weight);
+  cv::parallel_for_(cv::Range(0, confidence.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* c = confidence.ptr<float>(y);
+      float* wt = weight.ptr<float>(y);
+      for (int x = 0; x < confidence.cols; ++x) wt[x] = c[x] == c[x] ? wt[x] : 0.f;
+    }
+  });
   return weight;
 }
 

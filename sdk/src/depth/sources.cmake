@@ -36,6 +36,6 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/depth_filtering.cpp ${CMAKE_CURRENT_LIST_DIR}/disparity_upsampling.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp ${CMAKE_CURRENT_LIST_DIR}/census.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
-                      ${CMAKE_CURRENT_LIST_DIR}/stereo_engine.cpp
+                      ${CMAKE_CURRENT_LIST_DIR}/stereo_engine.cpp ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp
                APPEND PROPERTY COMPILE_OPTIONS "-fno-trapping-math")
 endif()

@@ -1,5 +1,6 @@
 #include "depth/internal/stereo_engine.h"
 
+#include <algorithm>
 #include <chrono>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
@@ -84,6 +85,21 @@ cv::Mat keepWhere(const cv::Mat& m, const cv::Mat& mask) {
   return out;
 }
 
+/// `doubt` = the larger of the two confidences (a NaN in `doubt` counts as 100, one in `recomputed`
+/// as nothing).
+void keepMoreDoubtful(const cv::Mat& recomputed, cv::Mat& doubt) {
+  cv::parallel_for_(cv::Range(0, doubt.rows), [&](const cv::Range& rows) {
+    for (int y = rows.start; y < rows.end; ++y) {
+      const float* r = recomputed.ptr<float>(y);
+      float* d = doubt.ptr<float>(y);
+      for (int x = 0; x < doubt.cols; ++x) {
+        const float before = d[x] == d[x] ? std::min(d[x], 100.f) : 100.f;
+        d[x] = r[x] == r[x] ? std::max(r[x], before) : before;
+      }
+    }
+  });
+}
+
 /// Copies the numbers of `from` (CV_32F) into `to`, leaving `to` where `from` is NaN.
 void takeValid(const cv::Mat& from, cv::Mat& to) {
   for (int y = 0; y < to.rows; ++y) {
@@ -130,10 +146,8 @@ Filtered matchAndFilter(const cv::Mat& l, const cv::Mat& r, int range_px, const 
     // it invents take the doubt of their neighbourhood.
     out.disparity_px = filterEdgeAware(out.disparity_px, measurementWeight(out.confidence, level.lr_diff_px), l,
                                        recipe.edge_lambda, recipe.edge_sigma);
-    cv::Mat doubt = out.confidence.clone();
-    doubt.setTo(100.f, invalidMask(doubt));
-    cv::Mat recomputed = disparityConfidence(out.disparity_px, cv::Mat());
-    out.confidence = cv::max(recomputed, cv::min(doubt, 100.f));
+    const cv::Mat recomputed = disparityConfidence(out.disparity_px, cv::Mat());
+    keepMoreDoubtful(recomputed, out.confidence);
   }
   out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
   return out;
