@@ -5,6 +5,8 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <immintrin.h>
 
+#include <cstring>
+
 #include "input/internal/remap_table.h"
 
 namespace pv::internal::remap_kernels {
@@ -67,11 +69,19 @@ void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   }
 }
 
+/// BGRA rows resampled into BGRA (`bgra`), or into BGR and grey at once (`bgr` and `gray`): one
+/// pass over the source instead of three over the images.
+template <bool kBgrGray>
 void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, ptrdiff_t left, const uint8_t* src,
-             int step, uint8_t* dst) {
+             int step, uint8_t* bgra, uint8_t* bgr, uint8_t* gray) {
   const __m512i c32 = _mm512_set1_epi32(32), every_byte = _mm512_set1_epi32(0x01010101);
   const __m512i evens = _mm512_set_epi32(30, 28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 4, 2, 0);
   const __m512i odds = _mm512_set_epi32(31, 29, 27, 25, 23, 21, 19, 17, 15, 13, 11, 9, 7, 5, 3, 1);
+  // Per pixel (four 16-bit lanes B, G, R, A) grayOfBgr's weights; per 128-bit lane the bytes of four
+  // BGR pixels first.
+  const __m512i gray_weights = _mm512_set1_epi64(int64_t(9798) << 32 | int64_t(19235) << 16 | 3735);
+  const __m512i drop_alpha =
+      _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
   int x = 0;
   for (; x + 16 <= width; x += 16) {
     prefetchSource(xy, x, left - x, src, step, 4);
@@ -93,14 +103,35 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
     const __m512i bottom_hi = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(p10, p11), w_hi);
     __m512i fy_q15 = _mm512_slli_epi32(wy, 10);
     fy_q15 = _mm512_or_si512(fy_q15, _mm512_slli_epi32(fy_q15, 16));  // both 16-bit halves
+    // Pixels 0, 1 of each 128-bit lane's four in r_lo, 2, 3 in r_hi.
     const __m512i r_lo = blendVertical(top_lo, bottom_lo, _mm512_unpacklo_epi32(fy_q15, fy_q15));
     const __m512i r_hi = blendVertical(top_hi, bottom_hi, _mm512_unpackhi_epi32(fy_q15, fy_q15));
-    _mm512_storeu_si512(dst + 4 * x, _mm512_packus_epi16(r_lo, r_hi));
+    const __m512i pixels = _mm512_packus_epi16(r_lo, r_hi);  // back in order
+    if (!kBgrGray) {
+      _mm512_storeu_si512(bgra + 4 * x, pixels);
+      continue;
+    }
+    const __m512i packed = _mm512_maskz_compress_epi32(0x7777, _mm512_shuffle_epi8(pixels, drop_alpha));
+    _mm512_mask_storeu_epi8(bgr + 3 * x, (__mmask64(1) << 48) - 1, packed);
+    __m512i g_lo = _mm512_madd_epi16(r_lo, gray_weights), g_hi = _mm512_madd_epi16(r_hi, gray_weights);
+    const __m512i round = _mm512_set1_epi64(16384);
+    g_lo = _mm512_srli_epi64(_mm512_add_epi64(_mm512_add_epi32(g_lo, _mm512_srli_epi64(g_lo, 32)), round), 15);
+    g_hi = _mm512_srli_epi64(_mm512_add_epi64(_mm512_add_epi32(g_hi, _mm512_srli_epi64(g_hi, 32)), round), 15);
+    // The low byte of each 64-bit lane is the grey level (the rest of the high partial sum lies
+    // above it). g_lo holds pixels 0,1,4,5,8,9,12,13, g_hi 2,3,6,7,...: interleave their pairs.
+    const __m128i gray_lo = _mm512_cvtepi64_epi8(g_lo), gray_hi = _mm512_cvtepi64_epi8(g_hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(gray + x), _mm_unpacklo_epi16(gray_lo, gray_hi));
   }
   for (; x < width; ++x) {
     const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + 4 * (xy[x] & 0xFFFF);
-    for (int c = 0; c < 4; ++c)
-      dst[4 * x + c] = uint8_t(scalarBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
+    uint8_t v[4];
+    for (int c = 0; c < 4; ++c) v[c] = uint8_t(scalarBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
+    if (!kBgrGray) {
+      std::memcpy(bgra + 4 * x, v, 4);
+    } else {
+      std::memcpy(bgr + 3 * x, v, 3);
+      gray[x] = grayOfBgr(v[0], v[1], v[2]);
+    }
   }
 }
 
@@ -114,7 +145,19 @@ void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int wi
     if (channels == 1)
       grayRow(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step);
     else
-      bgraRow(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step);
+      bgraRow<false>(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step, nullptr,
+                     nullptr);
+  }
+}
+
+void avx512BgrGrayRows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height,
+                       const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step, uint8_t* gray,
+                       size_t gray_step, int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
+    const size_t at = size_t(y) * size_t(width);
+    const ptrdiff_t left = ptrdiff_t(height - y) * width;
+    bgraRow<true>(xy + at, fx + at, fy + at, width, left, src, int(src_step), nullptr, bgr + size_t(y) * bgr_step,
+                  gray + size_t(y) * gray_step);
   }
 }
 

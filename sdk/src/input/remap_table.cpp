@@ -1,5 +1,6 @@
 #include "input/internal/remap_table.h"
 
+#include <cstring>
 #include <opencv2/imgproc.hpp>
 
 namespace pv::internal {
@@ -51,21 +52,22 @@ void RemapTable::build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::S
   border_row_start_[size_t(h)] = border_.size();
 }
 
-void RemapTable::fixBorder(const cv::Mat& src, cv::Mat& dst, int y0, int y1) const {
-  const int cn = src.channels();
+template <typename Put>
+void RemapTable::fixBorder(const cv::Mat& src, int y0, int y1, Put put) const {
+  const int cn = src.channels(), w = map_xy_.cols;
   auto sample = [&](int x, int y, int c) {
     return x >= 0 && y >= 0 && x < src.cols && y < src.rows ? int(src.ptr<uint8_t>(y)[x * cn + c]) : 0;
   };
   for (size_t k = border_row_start_[size_t(y0)]; k < border_row_start_[size_t(y1)]; ++k) {
     const size_t i = size_t(border_[k]);
-    const int x = border_[k] % dst.cols, y = border_[k] / dst.cols;
     const int sx = border_xy_[k][0], sy = border_xy_[k][1], fx = fx_[i], fy = fy_[i];
-    uint8_t* out = dst.ptr<uint8_t>(y) + x * cn;
+    uint8_t value[4] = {0, 0, 0, 0};
     for (int c = 0; c < cn; ++c) {
       const int top = sample(sx, sy, c) * (32 - fx) + sample(sx + 1, sy, c) * fx;
       const int bottom = sample(sx, sy + 1, c) * (32 - fx) + sample(sx + 1, sy + 1, c) * fx;
-      out[c] = uint8_t((top * (32 - fy) + bottom * fy + 512) >> 10);
+      value[c] = uint8_t((top * (32 - fy) + bottom * fy + 512) >> 10);
     }
+    put(border_[k] % w, border_[k] / w, value);
   }
 }
 
@@ -82,7 +84,33 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
       [&](const cv::Range& rows) {
         remap_kernels::avx512Rows(xy_.data(), fx_.data(), fy_.data(), dst.cols, dst.rows, src.data, src.step, cn,
                                   dst.data, dst.step, rows.start, rows.end);
-        fixBorder(src, dst, rows.start, rows.end);
+        fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
+          std::memcpy(dst.ptr<uint8_t>(y) + x * cn, value, size_t(cn));
+        });
+      },
+      8);
+}
+
+void RemapTable::applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const {
+  CV_Assert(!map_xy_.empty() && src.size() == source_size_ && src.type() == CV_8UC4);
+  if (!vectorised()) {
+    cv::Mat bgra;
+    cv::remap(src, bgra, map_xy_, map_fraction_, cv::INTER_LINEAR);
+    cv::cvtColor(bgra, bgr, cv::COLOR_BGRA2BGR);
+    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    return;
+  }
+  bgr.create(map_xy_.size(), CV_8UC3);
+  gray.create(map_xy_.size(), CV_8UC1);
+  cv::parallel_for_(
+      cv::Range(0, bgr.rows),
+      [&](const cv::Range& rows) {
+        remap_kernels::avx512BgrGrayRows(xy_.data(), fx_.data(), fy_.data(), bgr.cols, bgr.rows, src.data, src.step,
+                                         bgr.data, bgr.step, gray.data, gray.step, rows.start, rows.end);
+        fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
+          std::memcpy(bgr.ptr<uint8_t>(y) + 3 * x, value, 3);
+          gray.ptr<uint8_t>(y)[x] = grayOfBgr(value[0], value[1], value[2]);
+        });
       },
       8);
 }

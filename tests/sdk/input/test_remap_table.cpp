@@ -45,6 +45,17 @@ TEST(RemapTable, ResamplesLikeOpenCvInsideAndOnTheBorder) {
     outside = cv::countNonZero(reference.reshape(1) == 0);
   }
   EXPECT_GT(outside, 1000);  // the border really was exercised
+
+  // BGR and grey at once: the BGR within a level of cv::remap's, the grey exactly cvtColor's of it.
+  cv::Mat bgr_ours, gray_ours, reference;
+  table.applyBgrGray(eye, bgr_ours, gray_ours);
+  cv::remap(bgr, reference, map_xy, map_fraction, cv::INTER_LINEAR);
+  ASSERT_EQ(bgr_ours.type(), CV_8UC3);
+  ASSERT_EQ(gray_ours.size(), size);
+  EXPECT_LE(cv::norm(bgr_ours, reference, cv::NORM_INF), 1.0);
+  cv::Mat gray_of_ours;
+  cv::cvtColor(bgr_ours, gray_of_ours, cv::COLOR_BGR2GRAY);
+  EXPECT_EQ(cv::norm(gray_ours, gray_of_ours, cv::NORM_INF), 0.0);
   std::printf("vector kernel: %s\n", RemapTable::vectorised() ? "yes" : "no (cv::remap)");
 }
 

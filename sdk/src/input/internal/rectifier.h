@@ -35,7 +35,7 @@ class Rectifier {
   RectifiedCalibration rectified_;
   cv::Mat map_left_[2], map_right_[2], R1_;
   RemapTable left_table_, right_table_;
-  cv::Mat scratch_, raw_gray_;
+  cv::Mat raw_gray_;
 };
 
 /// The public description of a calibration (raw, with distortion) and of the rectified pair.

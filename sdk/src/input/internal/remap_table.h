@@ -17,11 +17,16 @@ class RemapTable {
   void build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::Size source_size);
   /// `dst` = `src` (CV_8UC1, CV_8UC3 or CV_8UC4 of the source size, any row step) resampled.
   void apply(const cv::Mat& src, cv::Mat& dst) const;
+  /// A BGRA `src` resampled into BGR and its grey image (as cv::cvtColor makes them) in one pass.
+  void applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const;
   /// Whether the vector kernel runs on this CPU (else apply is cv::remap).
   static bool vectorised();
 
  private:
-  void fixBorder(const cv::Mat& src, cv::Mat& dst, int y0, int y1) const;
+  /// Redoes the pixels whose neighbours leave the source, in rows y0 .. y1 - 1; `put(x, y, value)`
+  /// writes one pixel's channels.
+  template <typename Put>
+  void fixBorder(const cv::Mat& src, int y0, int y1, Put put) const;
 
   cv::Mat map_xy_, map_fraction_;
   cv::Size source_size_;
@@ -32,10 +37,17 @@ class RemapTable {
   std::vector<size_t> border_row_start_;  ///< first border_ entry of each row, and the end
 };
 
+/// Grey level of a BGR pixel, exactly as cv::cvtColor computes it for 8-bit images.
+inline uint8_t grayOfBgr(int b, int g, int r) { return uint8_t((3735 * b + 19235 * g + 9798 * r + 16384) >> 15); }
+
 namespace remap_kernels {
 /// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
 void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height, const uint8_t* src,
                 size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1);
+/// The same for a BGRA source written as BGR and grey.
+void avx512BgrGrayRows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height,
+                       const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step, uint8_t* gray,
+                       size_t gray_step, int y0, int y1);
 }  // namespace remap_kernels
 
 }  // namespace pv::internal
