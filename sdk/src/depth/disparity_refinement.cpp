@@ -97,9 +97,12 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
     }
   });
   // Window sums (at most 31 * window^2, which 16 bits hold for windows up to 45).
+  // OpenCV's box filter runs on one thread: the slices go to the cores side by side.
   std::vector<cv::Mat> sums(slices.size());
-  for (size_t k = 0; k < slices.size(); ++k)
-    cv::boxFilter(slices[k], sums[k], CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
+  cv::parallel_for_(cv::Range(0, K), [&](const cv::Range& ks) {
+    for (int k = ks.start; k < ks.end; ++k)
+      cv::boxFilter(slices[size_t(k)], sums[size_t(k)], CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
+  });
 
   cv::Mat out(prior_px.size(), CV_32F);
   cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
