@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <limits>
-#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
@@ -23,33 +22,29 @@ cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_
   CV_Assert(lr_diff_px.empty() || (lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F));
   // The 3x3 spread of the valid values: invalid pixels lose every maximum and every minimum.
   cv::Mat highs(disparity_px.size(), CV_32F), lows(disparity_px.size(), CV_32F);
-  cv::parallel_for_(cv::Range(0, disparity_px.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* d = disparity_px.ptr<float>(y);
-      float* hi = highs.ptr<float>(y);
-      float* lo = lows.ptr<float>(y);
-      for (int x = 0; x < disparity_px.cols; ++x) {
-        const bool valid = d[x] == d[x];
-        hi[x] = valid ? d[x] : -1e9f;
-        lo[x] = valid ? d[x] : 1e9f;
-      }
+  forEachRow(disparity_px.rows, [&](int y) {
+    const float* d = disparity_px.ptr<float>(y);
+    float* hi = highs.ptr<float>(y);
+    float* lo = lows.ptr<float>(y);
+    for (int x = 0; x < disparity_px.cols; ++x) {
+      const bool valid = d[x] == d[x];
+      hi[x] = valid ? d[x] : -1e9f;
+      lo[x] = valid ? d[x] : 1e9f;
     }
   });
   cv::dilate(highs, highs, cv::Mat());
   cv::erode(lows, lows, cv::Mat());
   cv::Mat conf(disparity_px.size(), CV_32F);
-  cv::parallel_for_(cv::Range(0, disparity_px.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* d = disparity_px.ptr<float>(y);
-      const float* hi = highs.ptr<float>(y);
-      const float* lo = lows.ptr<float>(y);
-      const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
-      float* out = conf.ptr<float>(y);
-      for (int x = 0; x < disparity_px.cols; ++x) {
-        float doubt = (hi[x] - lo[x]) / kRoughnessForFullDoubt;
-        if (lr) doubt = std::max(doubt, lr[x] == lr[x] ? lr[x] / kLrDiffForFullDoubt : 0.f);
-        out[x] = d[x] == d[x] ? 1.f + 99.f * std::min(doubt, 1.f) : std::numeric_limits<float>::quiet_NaN();
-      }
+  forEachRow(disparity_px.rows, [&](int y) {
+    const float* d = disparity_px.ptr<float>(y);
+    const float* hi = highs.ptr<float>(y);
+    const float* lo = lows.ptr<float>(y);
+    const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
+    float* out = conf.ptr<float>(y);
+    for (int x = 0; x < disparity_px.cols; ++x) {
+      float doubt = (hi[x] - lo[x]) / kRoughnessForFullDoubt;
+      if (lr) doubt = std::max(doubt, lr[x] == lr[x] ? lr[x] / kLrDiffForFullDoubt : 0.f);
+      out[x] = d[x] == d[x] ? 1.f + 99.f * std::min(doubt, 1.f) : std::numeric_limits<float>::quiet_NaN();
     }
   });
   return conf;
@@ -60,25 +55,21 @@ cv::Mat measurementWeight(const cv::Mat& confidence, const cv::Mat& lr_diff_px) 
   CV_Assert(lr_diff_px.empty() || (lr_diff_px.size() == confidence.size() && lr_diff_px.type() == CV_32F));
   // exp(-u^2) of u = doubt fraction * kDoubtToDisagreement + disagreement; 0 where invalid.
   cv::Mat exponent(confidence.size(), CV_32F), weight;
-  cv::parallel_for_(cv::Range(0, confidence.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* c = confidence.ptr<float>(y);
-      const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
-      float* e = exponent.ptr<float>(y);
-      for (int x = 0; x < confidence.cols; ++x) {
-        float u = (c[x] - 1.f) * (kDoubtToDisagreement / 99.f);
-        if (lr && lr[x] == lr[x]) u += lr[x];
-        e[x] = -u * u;
-      }
+  forEachRow(confidence.rows, [&](int y) {
+    const float* c = confidence.ptr<float>(y);
+    const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
+    float* e = exponent.ptr<float>(y);
+    for (int x = 0; x < confidence.cols; ++x) {
+      float u = (c[x] - 1.f) * (kDoubtToDisagreement / 99.f);
+      if (lr && lr[x] == lr[x]) u += lr[x];
+      e[x] = -u * u;
     }
   });
   cv::exp(exponent, weight);
-  cv::parallel_for_(cv::Range(0, confidence.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* c = confidence.ptr<float>(y);
-      float* wt = weight.ptr<float>(y);
-      for (int x = 0; x < confidence.cols; ++x) wt[x] = c[x] == c[x] ? wt[x] : 0.f;
-    }
+  forEachRow(confidence.rows, [&](int y) {
+    const float* c = confidence.ptr<float>(y);
+    float* wt = weight.ptr<float>(y);
+    for (int x = 0; x < confidence.cols; ++x) wt[x] = c[x] == c[x] ? wt[x] : 0.f;
   });
   return weight;
 }

@@ -61,12 +61,11 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
   const std::vector<float> no_texture(static_cast<size_t>(left_gray.cols), 0.f);
   const std::vector<uint8_t> no_saturation(static_cast<size_t>(left_gray.cols), 0);
   const RowLimits limits{min_disparity, max_disparity, confidence_limit, texture_limit, focal_baseline};
-  cv::parallel_for_(cv::Range(0, left_gray.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y)
-      filterRow(limits, left_gray.cols, stereo.disparity_px.ptr<float>(y), stereo.confidence.ptr<float>(y),
-                texture.empty() ? no_texture.data() : texture.ptr<float>(y),
-                saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), disparity.ptr<float>(y),
-                confidence.ptr<float>(y), out.depth_m.ptr<float>(y), rejected.ptr<uint8_t>(y));
+  forEachRow(left_gray.rows, [&](int y) {
+    filterRow(limits, left_gray.cols, stereo.disparity_px.ptr<float>(y), stereo.confidence.ptr<float>(y),
+              texture.empty() ? no_texture.data() : texture.ptr<float>(y),
+              saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), disparity.ptr<float>(y),
+              confidence.ptr<float>(y), out.depth_m.ptr<float>(y), rejected.ptr<uint8_t>(y));
   });
 
   if (p.fill) {

@@ -123,35 +123,29 @@ cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size) {
     xns[i] = std::min(static_cast<int>((static_cast<float>(x) + 0.5f) * sx), w - 1);
   }
   cv::Mat out(full_size, CV_32F);
-  cv::parallel_for_(cv::Range(0, full_size.height), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float fy = std::max(0.f, (static_cast<float>(y) + 0.5f) * sy - 0.5f);
-      const int y0 = std::min(static_cast<int>(fy), h - 1), y1 = std::min(y0 + 1, h - 1);
-      const float ay = fy - static_cast<float>(y0);
-      const int yn = std::min(static_cast<int>((static_cast<float>(y) + 0.5f) * sy), h - 1);
-      const float* r0 = disparity_px.ptr<float>(y0);
-      const float* r1 = disparity_px.ptr<float>(y1);
-      const float* rn = disparity_px.ptr<float>(yn);
-      float* o = out.ptr<float>(y);
-      for (int x = 0; x < full_size.width; ++x) {
-        const size_t i = static_cast<size_t>(x);
-        const int x0 = x0s[i], x1 = x1s[i];
-        const float ax = axs[i];
-        const float a = r0[x0], b = r0[x1], c = r1[x0], d = r1[x1];
-        // Bilinear only between four valid values within a pixel of each other (NaN fails both
-        // comparisons); nearest elsewhere, so edges never get in-between values.
-        const float hi = std::max(std::max(a, b), std::max(c, d)), lo = std::min(std::min(a, b), std::min(c, d));
-        const bool smooth = a == a && b == b && c == c && d == d && hi - lo < 1.f;
-        o[x] = scale * (smooth ? (1 - ay) * ((1 - ax) * a + ax * b) + ay * ((1 - ax) * c + ax * d) : rn[xns[i]]);
-      }
+  forEachRow(full_size.height, [&](int y) {
+    const float fy = std::max(0.f, (static_cast<float>(y) + 0.5f) * sy - 0.5f);
+    const int y0 = std::min(static_cast<int>(fy), h - 1), y1 = std::min(y0 + 1, h - 1);
+    const float ay = fy - static_cast<float>(y0);
+    const int yn = std::min(static_cast<int>((static_cast<float>(y) + 0.5f) * sy), h - 1);
+    const float* r0 = disparity_px.ptr<float>(y0);
+    const float* r1 = disparity_px.ptr<float>(y1);
+    const float* rn = disparity_px.ptr<float>(yn);
+    float* o = out.ptr<float>(y);
+    for (int x = 0; x < full_size.width; ++x) {
+      const size_t i = static_cast<size_t>(x);
+      const int x0 = x0s[i], x1 = x1s[i];
+      const float ax = axs[i];
+      const float a = r0[x0], b = r0[x1], c = r1[x0], d = r1[x1];
+      // Bilinear only between four valid values within a pixel of each other (NaN fails both
+      // comparisons); nearest elsewhere, so edges never get in-between values.
+      const float hi = std::max(std::max(a, b), std::max(c, d)), lo = std::min(std::min(a, b), std::min(c, d));
+      const bool smooth = a == a && b == b && c == c && d == d && hi - lo < 1.f;
+      o[x] = scale * (smooth ? (1 - ay) * ((1 - ax) * a + ax * b) + ay * ((1 - ax) * c + ax * d) : rn[xns[i]]);
     }
   });
   return out;
 }
-
-}  // namespace pv::internal
-
-namespace pv::internal {
 
 void upsampleWithConfidence(const cv::Mat& disparity_px, const cv::Mat& confidence, cv::Size full_size,
                             cv::Mat& disparity_out, cv::Mat& confidence_out) {

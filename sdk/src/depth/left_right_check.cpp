@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <opencv2/core/utility.hpp>
 #include <vector>
 
 #include "depth/internal/stereo_stages.h"
@@ -12,25 +11,23 @@ cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff
   CV_Assert(left_px.type() == CV_32F && right_px.type() == CV_32F && left_px.size() == right_px.size());
   constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
   cv::Mat diff(left_px.size(), CV_32F, cv::Scalar(kNaN));
-  cv::parallel_for_(cv::Range(0, left_px.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      float* dl = left_px.ptr<float>(y);
-      const float* dr = right_px.ptr<float>(y);
-      float* out = diff.ptr<float>(y);
-      for (int x = 0; x < left_px.cols; ++x) {
-        if (!std::isfinite(dl[x])) continue;
-        const int xr = static_cast<int>(std::lround(x - dl[x]));
-        if (xr < 0) {  // its match would lie left of the right image: a guess of the smoothness
-          dl[x] = kNaN;
-          continue;
-        }
-        if (!std::isfinite(dr[xr])) {
-          dl[x] = kNaN;
-          continue;
-        }
-        out[x] = std::abs(dl[x] - dr[xr]);
-        if (out[x] > max_diff_px) dl[x] = kNaN;
+  forEachRow(left_px.rows, [&](int y) {
+    float* dl = left_px.ptr<float>(y);
+    const float* dr = right_px.ptr<float>(y);
+    float* out = diff.ptr<float>(y);
+    for (int x = 0; x < left_px.cols; ++x) {
+      if (!std::isfinite(dl[x])) continue;
+      const int xr = static_cast<int>(std::lround(x - dl[x]));
+      if (xr < 0) {  // its match would lie left of the right image: a guess of the smoothness
+        dl[x] = kNaN;
+        continue;
       }
+      if (!std::isfinite(dr[xr])) {
+        dl[x] = kNaN;
+        continue;
+      }
+      out[x] = std::abs(dl[x] - dr[xr]);
+      if (out[x] > max_diff_px) dl[x] = kNaN;
     }
   });
   return diff;

@@ -76,37 +76,35 @@ cv::Mat nearestTo(const cv::Mat& m, cv::Size size) {
 /// `m` (CV_32F) where `mask` is set, NaN elsewhere.
 cv::Mat keepWhere(const cv::Mat& m, const cv::Mat& mask) {
   cv::Mat out(m.size(), CV_32F);
-  for (int y = 0; y < m.rows; ++y) {
+  forEachRow(m.rows, [&](int y) {
     const float* in = m.ptr<float>(y);
     const uchar* keep = mask.ptr<uchar>(y);
     float* o = out.ptr<float>(y);
     for (int x = 0; x < m.cols; ++x) o[x] = keep[x] ? in[x] : std::numeric_limits<float>::quiet_NaN();
-  }
+  });
   return out;
 }
 
 /// `doubt` = the larger of the two confidences (a NaN in `doubt` counts as 100, one in `recomputed`
 /// as nothing).
 void keepMoreDoubtful(const cv::Mat& recomputed, cv::Mat& doubt) {
-  cv::parallel_for_(cv::Range(0, doubt.rows), [&](const cv::Range& rows) {
-    for (int y = rows.start; y < rows.end; ++y) {
-      const float* r = recomputed.ptr<float>(y);
-      float* d = doubt.ptr<float>(y);
-      for (int x = 0; x < doubt.cols; ++x) {
-        const float before = d[x] == d[x] ? std::min(d[x], 100.f) : 100.f;
-        d[x] = r[x] == r[x] ? std::max(r[x], before) : before;
-      }
+  forEachRow(doubt.rows, [&](int y) {
+    const float* r = recomputed.ptr<float>(y);
+    float* d = doubt.ptr<float>(y);
+    for (int x = 0; x < doubt.cols; ++x) {
+      const float before = d[x] == d[x] ? std::min(d[x], 100.f) : 100.f;
+      d[x] = r[x] == r[x] ? std::max(r[x], before) : before;
     }
   });
 }
 
 /// Copies the numbers of `from` (CV_32F) into `to`, leaving `to` where `from` is NaN.
 void takeValid(const cv::Mat& from, cv::Mat& to) {
-  for (int y = 0; y < to.rows; ++y) {
+  forEachRow(to.rows, [&](int y) {
     const float* f = from.ptr<float>(y);
     float* t = to.ptr<float>(y);
     for (int x = 0; x < to.cols; ++x) t[x] = f[x] == f[x] ? f[x] : t[x];
-  }
+  });
 }
 
 /// Full-range semi-global matching of the pair, with the left-right check.

@@ -4,8 +4,17 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
 
 namespace pv::internal {
+
+/// Runs `row(y)` for y = 0 .. rows - 1, the rows shared out between the cores.
+template <typename Row>
+void forEachRow(int rows, const Row& row) {
+  cv::parallel_for_(cv::Range(0, rows), [&](const cv::Range& range) {
+    for (int y = range.start; y < range.end; ++y) row(y);
+  });
+}
 
 /// 255 where `m` (CV_32F) holds a number, 0 where NaN. (OpenCV's `m != m` misses NaN in its
 /// vectorised path, `m == m` does not.)
