@@ -68,20 +68,6 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
   return ERROR_CODE::SUCCESS;
 }
 
-namespace {
-
-// One eye of a side-by-side frame rectified into BGR; `scratch` takes the four-channel result.
-void rectifyColour(const cv::Mat& half, const RemapTable& table, cv::Mat& scratch, cv::Mat& bgr) {
-  if (half.channels() == 4) {
-    table.apply(half, scratch);
-    cv::cvtColor(scratch, bgr, cv::COLOR_BGRA2BGR);
-  } else {
-    table.apply(half, bgr);
-  }
-}
-
-}  // namespace
-
 cv::Mat Rectifier::eye(const cv::Mat& sbs, int eye) const {
   const int w = rectified_.size.width;
   return sbs(cv::Rect(eye * w, 0, w, sbs.rows));
@@ -100,8 +86,13 @@ void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& left_gray, cv:
 }
 
 void Rectifier::rectifyRightColour(const cv::Mat& sbs, cv::Mat& right) const {
-  cv::Mat scratch;
-  rectifyColour(eye(sbs, 1), right_table_, scratch, right);
+  if (sbs.channels() != 4) {
+    right_table_.apply(eye(sbs, 1), right);
+    return;
+  }
+  cv::Mat bgra;
+  right_table_.apply(eye(sbs, 1), bgra);
+  cv::cvtColor(bgra, right, cv::COLOR_BGRA2BGR);
 }
 
 CalibrationParameters toCalibrationParameters(const StereoCalibration& c) {

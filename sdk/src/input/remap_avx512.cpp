@@ -29,11 +29,6 @@ inline void prefetchSource(const uint32_t* xy, int x, ptrdiff_t left, const uint
   }
 }
 
-inline int scalarBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
-  const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
-  return (top * (32 - fy) + bottom * fy + 512) >> 10;
-}
-
 inline __m512i offsets(__m512i xy, int step, int channels) {
   const __m512i x = _mm512_and_si512(xy, _mm512_set1_epi32(0xFFFF));
   const __m512i y = _mm512_srli_epi32(xy, 16);
@@ -65,7 +60,7 @@ void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   }
   for (; x < width; ++x) {
     const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + (xy[x] & 0xFFFF);
-    dst[x] = uint8_t(scalarBlend(p[0], p[1], p[step], p[step + 1], fx[x], fy[x]));
+    dst[x] = uint8_t(bilinearBlend(p[0], p[1], p[step], p[step + 1], fx[x], fy[x]));
   }
 }
 
@@ -125,7 +120,8 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   for (; x < width; ++x) {
     const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + 4 * (xy[x] & 0xFFFF);
     uint8_t v[4];
-    for (int c = 0; c < 4; ++c) v[c] = uint8_t(scalarBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
+    for (int c = 0; c < 4; ++c)
+      v[c] = uint8_t(bilinearBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
     if (!kBgrGray) {
       std::memcpy(bgra + 4 * x, v, 4);
     } else {

@@ -62,11 +62,9 @@ void RemapTable::fixBorder(const cv::Mat& src, int y0, int y1, Put put) const {
     const size_t i = size_t(border_[k]);
     const int sx = border_xy_[k][0], sy = border_xy_[k][1], fx = fx_[i], fy = fy_[i];
     uint8_t value[4] = {0, 0, 0, 0};
-    for (int c = 0; c < cn; ++c) {
-      const int top = sample(sx, sy, c) * (32 - fx) + sample(sx + 1, sy, c) * fx;
-      const int bottom = sample(sx, sy + 1, c) * (32 - fx) + sample(sx + 1, sy + 1, c) * fx;
-      value[c] = uint8_t((top * (32 - fy) + bottom * fy + 512) >> 10);
-    }
+    for (int c = 0; c < cn; ++c)
+      value[c] = uint8_t(bilinearBlend(sample(sx, sy, c), sample(sx + 1, sy, c), sample(sx, sy + 1, c),
+                                       sample(sx + 1, sy + 1, c), fx, fy));
     put(border_[k] % w, border_[k] / w, value);
   }
 }

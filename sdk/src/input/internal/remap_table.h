@@ -37,6 +37,13 @@ class RemapTable {
   std::vector<size_t> border_row_start_;  ///< first border_ entry of each row, and the end
 };
 
+/// One channel of the bilinear blend of a pixel's four neighbours (top left, top right, bottom left,
+/// bottom right) with 5-bit fractions, rounded as cv::remap rounds.
+inline int bilinearBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
+  const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
+  return (top * (32 - fy) + bottom * fy + 512) >> 10;
+}
+
 /// Grey level of a BGR pixel, exactly as cv::cvtColor computes it for 8-bit images.
 inline uint8_t grayOfBgr(int b, int g, int r) { return uint8_t((3735 * b + 19235 * g + 9798 * r + 16384) >> 15); }
 
