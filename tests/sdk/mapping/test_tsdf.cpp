@@ -25,6 +25,13 @@ struct MeshAll {
   std::vector<ChunkMesh> chunks;
 };
 
+/// A wall 2 m in front of the origin, facing it.
+Scene wallAhead() {
+  Scene scene;
+  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  return scene;
+}
+
 MeshAll meshAll(const TsdfVolume& volume) {
   MeshAll all;
   for (const ChunkInfo& info : volume.chunks()) {
@@ -181,8 +188,7 @@ TEST(TsdfVolume, DepthBeyondTheRangeIsNotFused) {
 }
 
 TEST(TsdfVolume, BlockLimitStopsAllocationButKeepsFusingExistingBlocks) {
-  Scene scene;
-  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const Scene scene = wallAhead();
   const PinholeCamera cam;
   TsdfParameters p;
   p.voxel_m = 0.02f;
@@ -201,8 +207,7 @@ TEST(TsdfVolume, BlockLimitStopsAllocationButKeepsFusingExistingBlocks) {
 }
 
 TEST(TsdfVolume, ChunksAreFixedCubesAndChangesMarkOnlyTheirChunks) {
-  Scene scene;
-  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const Scene scene = wallAhead();
   PinholeCamera cam;
   cam.fx = cam.fy = 600;  // narrow view: about 0.5 m wide at 2 m
   TsdfParameters p;
@@ -328,8 +333,7 @@ TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAr
 }
 
 TEST(TsdfVolume, FramesWithoutAUsablePoseOrCameraFuseNothing) {
-  Scene scene;
-  scene.addPlane({0.f, 0.f, 2.f}, {0.f, 0.f, -1.f});
+  const Scene scene = wallAhead();
   const PinholeCamera cam;
   TsdfParameters p;
   p.voxel_m = 0.02f;
