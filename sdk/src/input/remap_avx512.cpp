@@ -1,8 +1,10 @@
 // The rectification's bilinear kernel for AVX-512 (built with -march=x86-64-v4, run only where
-// the CPU has it). Per 16 output pixels it gathers the two source rows' neighbour pairs, blends
-// them horizontally with byte multiply-adds and vertically with rounded 16-bit products.
+// the CPU has it). Per 16 output pixels it gathers the two source rows' neighbour pairs (or, for
+// BGRA, picks them out of a window of whole source rows loaded at once), blends them horizontally
+// with byte multiply-adds and vertically with rounded 16-bit products.
 // GCC 12 takes the intrinsics' deliberately undefined start values for uninitialised reads.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
 
 #include <cstring>
@@ -64,11 +66,42 @@ void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   }
 }
 
-/// BGRA rows resampled into BGRA (`bgra`), or into BGR and grey at once (`bgr` and `gray`): one
-/// pass over the source instead of three over the images.
-template <bool kBgrGray>
-void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, ptrdiff_t left, const uint8_t* src,
-             int step, uint8_t* bgra, uint8_t* bgr, uint8_t* gray) {
+/// The neighbour pairs of a block of 16 pixels whose sources lie in one window (see
+/// RemapTable::buildBlocks): the window's rows loaded whole, each pixel's pair picked out of them.
+inline void windowPairs(const uint8_t* window, int step, const uint8_t* block_x, uint16_t lower, __m512i& p00,
+                        __m512i& p01, __m512i& p10, __m512i& p11) {
+  const __m512i at = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block_x)));
+  const __m512i next = _mm512_add_epi32(at, _mm512_set1_epi32(1));
+  const uint8_t* row = window;
+  __m512i a = _mm512_loadu_si512(row), b = _mm512_loadu_si512(row + 64);
+  p00 = _mm512_permutex2var_epi32(a, at, b);
+  p01 = _mm512_permutex2var_epi32(a, next, b);
+  row += step;
+  a = _mm512_loadu_si512(row), b = _mm512_loadu_si512(row + 64);
+  p10 = _mm512_permutex2var_epi32(a, at, b);
+  p11 = _mm512_permutex2var_epi32(a, next, b);
+  if (!lower) return;
+  // Pixels a row further down: their top row is the second one, their bottom row the third.
+  p00 = _mm512_mask_mov_epi32(p00, lower, p10);
+  p01 = _mm512_mask_mov_epi32(p01, lower, p11);
+  row += step;
+  a = _mm512_loadu_si512(row), b = _mm512_loadu_si512(row + 64);
+  p10 = _mm512_mask_mov_epi32(p10, lower, _mm512_permutex2var_epi32(a, at, b));
+  p11 = _mm512_mask_mov_epi32(p11, lower, _mm512_permutex2var_epi32(a, next, b));
+}
+
+enum class Out { kBgra, kBgrGray, kGray };
+
+/// BGRA rows resampled into BGRA (`bgra`), or into BGR and grey at once (`bgr` and `gray`), or grey
+/// alone: one pass over the source instead of three over the images.
+template <Out kOut>
+void bgraRow(const Tables& t, int y, const uint8_t* src, int step, uint8_t* bgra, uint8_t* bgr, uint8_t* gray) {
+  const int width = t.width;
+  const size_t first = size_t(y) * size_t(width);
+  const uint32_t* xy = t.xy + first;
+  const uint8_t *fx = t.fx + first, *fy = t.fy + first;
+  const ptrdiff_t left = ptrdiff_t(t.height - y) * width;  // table entries from this row's start on
+  const size_t first_block = size_t(y) * size_t(width / 16);
   const __m512i c32 = _mm512_set1_epi32(32), every_byte = _mm512_set1_epi32(0x01010101);
   const __m512i evens = _mm512_set_epi32(30, 28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 4, 2, 0);
   const __m512i odds = _mm512_set_epi32(31, 29, 27, 25, 23, 21, 19, 17, 15, 13, 11, 9, 7, 5, 3, 1);
@@ -79,14 +112,22 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
       _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
   int x = 0;
   for (; x + 16 <= width; x += 16) {
-    prefetchSource(xy, x, left - x, src, step, 4);
-    const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 4);
-    const __m256i at0 = _mm512_castsi512_si256(at), at1 = _mm512_extracti64x4_epi64(at, 1);
-    // Each 64-bit load brings a pixel and its right neighbour.
-    const __m512i t0 = _mm512_i32gather_epi64(at0, src, 1), t1 = _mm512_i32gather_epi64(at1, src, 1);
-    const __m512i b0 = _mm512_i32gather_epi64(at0, src + step, 1), b1 = _mm512_i32gather_epi64(at1, src + step, 1);
-    const __m512i p00 = _mm512_permutex2var_epi32(t0, evens, t1), p01 = _mm512_permutex2var_epi32(t0, odds, t1);
-    const __m512i p10 = _mm512_permutex2var_epi32(b0, evens, b1), p11 = _mm512_permutex2var_epi32(b0, odds, b1);
+    __m512i p00, p01, p10, p11;
+    const size_t block = first_block + size_t(x / 16);
+    const uint32_t window = t.block_at[block];
+    if (window != kNoWindow) {
+      windowPairs(src + (window >> 16) * size_t(step) + (window & 0xFFFF) * 4u, step, t.block_x + 16 * block,
+                  t.block_lower[block], p00, p01, p10, p11);
+    } else {
+      prefetchSource(xy, x, left - x, src, step, 4);
+      const __m512i at = offsets(_mm512_loadu_si512(xy + x), step, 4);
+      const __m256i at0 = _mm512_castsi512_si256(at), at1 = _mm512_extracti64x4_epi64(at, 1);
+      // Each 64-bit load brings a pixel and its right neighbour.
+      const __m512i t0 = _mm512_i32gather_epi64(at0, src, 1), t1 = _mm512_i32gather_epi64(at1, src, 1);
+      const __m512i b0 = _mm512_i32gather_epi64(at0, src + step, 1), b1 = _mm512_i32gather_epi64(at1, src + step, 1);
+      p00 = _mm512_permutex2var_epi32(t0, evens, t1), p01 = _mm512_permutex2var_epi32(t0, odds, t1);
+      p10 = _mm512_permutex2var_epi32(b0, evens, b1), p11 = _mm512_permutex2var_epi32(b0, odds, b1);
+    }
     const __m512i wx = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fx + x)));
     const __m512i wy = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fy + x)));
     const __m512i w0 = _mm512_mullo_epi32(_mm512_sub_epi32(c32, wx), every_byte);
@@ -102,12 +143,14 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
     const __m512i r_lo = blendVertical(top_lo, bottom_lo, _mm512_unpacklo_epi32(fy_q15, fy_q15));
     const __m512i r_hi = blendVertical(top_hi, bottom_hi, _mm512_unpackhi_epi32(fy_q15, fy_q15));
     const __m512i pixels = _mm512_packus_epi16(r_lo, r_hi);  // back in order
-    if (!kBgrGray) {
+    if (kOut == Out::kBgra) {
       _mm512_storeu_si512(bgra + 4 * x, pixels);
       continue;
     }
-    const __m512i packed = _mm512_maskz_compress_epi32(0x7777, _mm512_shuffle_epi8(pixels, drop_alpha));
-    _mm512_mask_storeu_epi8(bgr + 3 * x, (__mmask64(1) << 48) - 1, packed);
+    if (kOut == Out::kBgrGray) {
+      const __m512i packed = _mm512_maskz_compress_epi32(0x7777, _mm512_shuffle_epi8(pixels, drop_alpha));
+      _mm512_mask_storeu_epi8(bgr + 3 * x, (__mmask64(1) << 48) - 1, packed);
+    }
     __m512i g_lo = _mm512_madd_epi16(r_lo, gray_weights), g_hi = _mm512_madd_epi16(r_hi, gray_weights);
     const __m512i round = _mm512_set1_epi64(16384);
     g_lo = _mm512_srli_epi64(_mm512_add_epi64(_mm512_add_epi32(g_lo, _mm512_srli_epi64(g_lo, 32)), round), 15);
@@ -122,38 +165,37 @@ void bgraRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
     uint8_t v[4];
     for (int c = 0; c < 4; ++c)
       v[c] = uint8_t(bilinearBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
-    if (!kBgrGray) {
+    if (kOut == Out::kBgra) {
       std::memcpy(bgra + 4 * x, v, 4);
-    } else {
-      std::memcpy(bgr + 3 * x, v, 3);
-      gray[x] = grayOfBgr(v[0], v[1], v[2]);
+      continue;
     }
+    if (kOut == Out::kBgrGray) std::memcpy(bgr + 3 * x, v, 3);
+    gray[x] = grayOfBgr(v[0], v[1], v[2]);
   }
 }
 
 }  // namespace
 
-void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height, const uint8_t* src,
-                size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1) {
+void avx512Rows(const Tables& t, const uint8_t* src, size_t src_step, int channels, uint8_t* dst, size_t dst_step,
+                int y0, int y1) {
   for (int y = y0; y < y1; ++y) {
-    const size_t at = size_t(y) * size_t(width);
-    const ptrdiff_t left = ptrdiff_t(height - y) * width;  // table entries from this row's start on
+    const size_t at = size_t(y) * size_t(t.width);
+    const ptrdiff_t left = ptrdiff_t(t.height - y) * t.width;  // table entries from this row's start on
     if (channels == 1)
-      grayRow(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step);
+      grayRow(t.xy + at, t.fx + at, t.fy + at, t.width, left, src, int(src_step), dst + size_t(y) * dst_step);
     else
-      bgraRow<false>(xy + at, fx + at, fy + at, width, left, src, int(src_step), dst + size_t(y) * dst_step, nullptr,
-                     nullptr);
+      bgraRow<Out::kBgra>(t, y, src, int(src_step), dst + size_t(y) * dst_step, nullptr, nullptr);
   }
 }
 
-void avx512BgrGrayRows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height,
-                       const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step, uint8_t* gray,
-                       size_t gray_step, int y0, int y1) {
+void avx512BgrGrayRows(const Tables& t, const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step,
+                       uint8_t* gray, size_t gray_step, int y0, int y1) {
   for (int y = y0; y < y1; ++y) {
-    const size_t at = size_t(y) * size_t(width);
-    const ptrdiff_t left = ptrdiff_t(height - y) * width;
-    bgraRow<true>(xy + at, fx + at, fy + at, width, left, src, int(src_step), nullptr, bgr + size_t(y) * bgr_step,
-                  gray + size_t(y) * gray_step);
+    if (bgr)
+      bgraRow<Out::kBgrGray>(t, y, src, int(src_step), nullptr, bgr + size_t(y) * bgr_step,
+                             gray + size_t(y) * gray_step);
+    else
+      bgraRow<Out::kGray>(t, y, src, int(src_step), nullptr, nullptr, gray + size_t(y) * gray_step);
   }
 }
 

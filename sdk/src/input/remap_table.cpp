@@ -1,5 +1,6 @@
 #include "input/internal/remap_table.h"
 
+#include <algorithm>
 #include <cstring>
 #include <opencv2/imgproc.hpp>
 
@@ -50,6 +51,47 @@ void RemapTable::build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::S
     }
   }
   border_row_start_[size_t(h)] = border_.size();
+  buildBlocks();
+}
+
+void RemapTable::buildBlocks() {
+  // A window is two source rows (three with the bottom neighbours) of 32 BGRA pixels: the kernel
+  // loads it whole and picks each pixel's neighbours out of it.
+  constexpr int kWindow = 32;
+  const int w = map_xy_.cols, h = map_xy_.rows, per_row = w / 16;
+  block_at_.assign(size_t(per_row) * size_t(h), remap_kernels::kNoWindow);
+  block_x_.assign(block_at_.size() * 16, 0);
+  block_lower_.assign(block_at_.size(), 0);
+  for (int y = 0; y < h; ++y)
+    for (int b = 0; b < per_row; ++b) {
+      const size_t first = size_t(y) * size_t(w) + size_t(16 * b), block = size_t(y) * size_t(per_row) + size_t(b);
+      int x0 = 65535, x1 = -1, y0 = 65535, y1 = -1;
+      bool inside = true;
+      for (size_t i = first; i < first + 16; ++i) {
+        // Border pixels keep x = y = 0 in xy_; any other pixel at the origin is inside too.
+        inside = inside && !std::binary_search(border_.begin() + ptrdiff_t(border_row_start_[size_t(y)]),
+                                               border_.begin() + ptrdiff_t(border_row_start_[size_t(y) + 1]), int(i));
+        const int sx = int(xy_[i] & 0xFFFF), sy = int(xy_[i] >> 16);
+        x0 = std::min(x0, sx), x1 = std::max(x1, sx), y0 = std::min(y0, sy), y1 = std::max(y1, sy);
+      }
+      if (!inside || y1 - y0 > 1 || x1 + 1 - x0 >= kWindow || x0 + kWindow > source_size_.width) continue;
+      block_at_[block] = uint32_t(x0) | uint32_t(y0) << 16;
+      for (int k = 0; k < 16; ++k) {
+        const uint32_t at = xy_[first + size_t(k)];
+        block_x_[16 * block + size_t(k)] = uint8_t(int(at & 0xFFFF) - x0);
+        if (int(at >> 16) > y0) block_lower_[block] = uint16_t(block_lower_[block] | 1u << k);
+      }
+    }
+}
+
+int RemapTable::windowBlocks() const {
+  return int(
+      std::count_if(block_at_.begin(), block_at_.end(), [](uint32_t at) { return at != remap_kernels::kNoWindow; }));
+}
+
+remap_kernels::Tables RemapTable::tables() const {
+  return {xy_.data(),      fx_.data(),          fy_.data(),   block_at_.data(),
+          block_x_.data(), block_lower_.data(), map_xy_.cols, map_xy_.rows};
 }
 
 template <typename Put>
@@ -80,8 +122,7 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
   cv::parallel_for_(
       cv::Range(0, dst.rows),
       [&](const cv::Range& rows) {
-        remap_kernels::avx512Rows(xy_.data(), fx_.data(), fy_.data(), dst.cols, dst.rows, src.data, src.step, cn,
-                                  dst.data, dst.step, rows.start, rows.end);
+        remap_kernels::avx512Rows(tables(), src.data, src.step, cn, dst.data, dst.step, rows.start, rows.end);
         fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
           std::memcpy(dst.ptr<uint8_t>(y) + x * cn, value, size_t(cn));
         });
@@ -89,24 +130,28 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
       8);
 }
 
-void RemapTable::applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const {
+void RemapTable::applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const { bgrGray(src, &bgr, gray); }
+
+void RemapTable::applyGray(const cv::Mat& src, cv::Mat& gray) const { bgrGray(src, nullptr, gray); }
+
+void RemapTable::bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const {
   CV_Assert(!map_xy_.empty() && src.size() == source_size_ && src.type() == CV_8UC4);
   if (!vectorised()) {
-    cv::Mat bgra;
+    cv::Mat bgra, bgr_only;
     cv::remap(src, bgra, map_xy_, map_fraction_, cv::INTER_LINEAR);
-    cv::cvtColor(bgra, bgr, cv::COLOR_BGRA2BGR);
-    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(bgra, bgr ? *bgr : bgr_only, cv::COLOR_BGRA2BGR);
+    cv::cvtColor(bgr ? *bgr : bgr_only, gray, cv::COLOR_BGR2GRAY);
     return;
   }
-  bgr.create(map_xy_.size(), CV_8UC3);
+  if (bgr) bgr->create(map_xy_.size(), CV_8UC3);
   gray.create(map_xy_.size(), CV_8UC1);
   cv::parallel_for_(
-      cv::Range(0, bgr.rows),
+      cv::Range(0, gray.rows),
       [&](const cv::Range& rows) {
-        remap_kernels::avx512BgrGrayRows(xy_.data(), fx_.data(), fy_.data(), bgr.cols, bgr.rows, src.data, src.step,
-                                         bgr.data, bgr.step, gray.data, gray.step, rows.start, rows.end);
+        remap_kernels::avx512BgrGrayRows(tables(), src.data, src.step, bgr ? bgr->data : nullptr, bgr ? bgr->step : 0,
+                                         gray.data, gray.step, rows.start, rows.end);
         fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
-          std::memcpy(bgr.ptr<uint8_t>(y) + 3 * x, value, 3);
+          if (bgr) std::memcpy(bgr->ptr<uint8_t>(y) + 3 * x, value, 3);
           gray.ptr<uint8_t>(y)[x] = grayOfBgr(value[0], value[1], value[2]);
         });
       },

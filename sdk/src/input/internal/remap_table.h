@@ -7,6 +7,31 @@
 
 namespace pv::internal {
 
+namespace remap_kernels {
+
+/// A block's window: none (its pixels are gathered one by one).
+constexpr uint32_t kNoWindow = 0xFFFFFFFFu;
+
+/// What the vector kernels read of a table (see RemapTable's members).
+struct Tables {
+  const uint32_t* xy;
+  const uint8_t* fx;
+  const uint8_t* fy;
+  const uint32_t* block_at;
+  const uint8_t* block_x;
+  const uint16_t* block_lower;
+  int width, height;
+};
+
+/// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
+void avx512Rows(const Tables& t, const uint8_t* src, size_t src_step, int channels, uint8_t* dst, size_t dst_step,
+                int y0, int y1);
+/// The same for a BGRA source written as BGR (unless `bgr` is null) and grey.
+void avx512BgrGrayRows(const Tables& t, const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step,
+                       uint8_t* gray, size_t gray_step, int y0, int y1);
+
+}  // namespace remap_kernels
+
 /// Built from OpenCV's fixed-point maps (CV_16SC2 whole pixels, CV_16UC1 5-bit fractions), it
 /// resamples like cv::remap with INTER_LINEAR and a constant black border, to within one grey
 /// level. Grey and BGRA images take a vector kernel where the CPU has AVX-512; anything else goes
@@ -19,6 +44,11 @@ class RemapTable {
   void apply(const cv::Mat& src, cv::Mat& dst) const;
   /// A BGRA `src` resampled into BGR and its grey image (as cv::cvtColor makes them) in one pass.
   void applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const;
+  /// A BGRA `src` resampled into its grey image alone (the grey of the resampled BGR).
+  void applyGray(const cv::Mat& src, cv::Mat& gray) const;
+  /// Blocks of 16 output pixels whose sources lie in one window of two rows and 32 pixels, read
+  /// without gathers by the BGRA kernel (for tests and figures).
+  int windowBlocks() const;
   /// Whether the vector kernel runs on this CPU (else apply is cv::remap).
   static bool vectorised();
 
@@ -27,6 +57,11 @@ class RemapTable {
   /// writes one pixel's channels.
   template <typename Put>
   void fixBorder(const cv::Mat& src, int y0, int y1, Put put) const;
+  /// Notes, per block of 16 output pixels, where its sources lie when a window holds them.
+  void buildBlocks();
+  /// The BGRA kernel into BGR (when `bgr` is not null) and grey.
+  void bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const;
+  remap_kernels::Tables tables() const;
 
   cv::Mat map_xy_, map_fraction_;
   cv::Size source_size_;
@@ -35,6 +70,9 @@ class RemapTable {
   std::vector<int> border_;               ///< pixels (y * width + x) whose neighbours are not all inside
   std::vector<cv::Vec2s> border_xy_;      ///< their top-left neighbours, possibly outside
   std::vector<size_t> border_row_start_;  ///< first border_ entry of each row, and the end
+  std::vector<uint32_t> block_at_;        ///< per block: x | y << 16 of its window, or kNoWindow
+  std::vector<uint8_t> block_x_;          ///< per block, 16 pixels' top-left neighbours within it
+  std::vector<uint16_t> block_lower_;     ///< per block, the pixels whose neighbours are a row down
 };
 
 /// One channel of the bilinear blend of a pixel's four neighbours (top left, top right, bottom left,
@@ -46,15 +84,5 @@ inline int bilinearBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
 
 /// Grey level of a BGR pixel, exactly as cv::cvtColor computes it for 8-bit images.
 inline uint8_t grayOfBgr(int b, int g, int r) { return uint8_t((3735 * b + 19235 * g + 9798 * r + 16384) >> 15); }
-
-namespace remap_kernels {
-/// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
-void avx512Rows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height, const uint8_t* src,
-                size_t src_step, int channels, uint8_t* dst, size_t dst_step, int y0, int y1);
-/// The same for a BGRA source written as BGR and grey.
-void avx512BgrGrayRows(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width, int height,
-                       const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step, uint8_t* gray,
-                       size_t gray_step, int y0, int y1);
-}  // namespace remap_kernels
 
 }  // namespace pv::internal
