@@ -27,6 +27,12 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQ
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx2.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v3")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm.cpp PROPERTIES COMPILE_DEFINITIONS PV_SGM_ISA_BUILDS)
+  # The refinement's offset costs with gathers and bit counts.
+  target_sources(pv_pavo PRIVATE ${CMAKE_CURRENT_LIST_DIR}/refine_costs_avx512.cpp)
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/refine_costs_avx512.cpp
+                              PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4;-mavx512vpopcntdq")
+  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+               PV_REFINE_AVX512)
 endif()
 
 # The row loops of these files select with comparisons (NaN marks invalid pixels); without trapping

@@ -210,5 +210,27 @@ TEST(DepthStages, EveryMatcherKernelGivesTheBaselineResult) {
   if (compared == 0) GTEST_SKIP() << "this CPU runs the baseline kernel only";
 }
 
+TEST(DepthStages, RefinementFindsTheDisparityNearItsPriorWithEitherCostKernel) {
+  // A box (19 px) in front of a plane (7 px); the prior is off by most of a pixel (as a coarser
+  // level's is), has holes, and sends the left border's matches off the right image.
+  const auto step = mapura::test::renderStep(cv::Size(203, 120), 7.f, 19.f, cv::Rect(60, 30, 70, 50), 4);
+  cv::Mat prior(step.left.size(), CV_32F);
+  for (int y = 0; y < prior.rows; ++y)
+    for (int x = 0; x < prior.cols; ++x) {
+      const bool box = cv::Rect(60, 30, 70, 50).contains(cv::Point(x, y));
+      prior.at<float>(y, x) = (x * 7 + y * 3) % 23 == 0 ? kNaN : (box ? 19.8f : 6.2f);
+    }
+  const cv::Mat census_l = censusTransform(step.left), census_r = censusTransform(step.right);
+  const cv::Mat ours = refineDisparity(census_l, census_r, prior, 2, 5);
+  EXPECT_NEAR(ours.at<float>(55, 95), 19.f, 0.5f);
+  EXPECT_NEAR(ours.at<float>(100, 150), 7.f, 0.5f);
+  EXPECT_TRUE(std::isnan(ours.at<float>(0, 0)));
+  const cv::Mat scalar = refineDisparity(census_l, census_r, prior, 2, 5, false);
+  const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+  EXPECT_EQ(cv::countNonZero(bytes(ours) != bytes(scalar)), 0);
+  // Where the prior has a value, so has the result.
+  EXPECT_EQ(cv::countNonZero(validMask(ours) != validMask(prior)), 0);
+}
+
 }  // namespace
 }  // namespace pv::internal

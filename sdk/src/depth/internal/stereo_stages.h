@@ -58,9 +58,9 @@ bool sgmKernelRuns(int kernel);
 /// Disparity of the left image searched only within `radius` pixels of a prior (CV_32F at this
 /// level, NaN where unknown), the census costs (census_left/right, of this level's pair) summed
 /// over a `window` x `window` box; sub-pixel by a parabola (disparity_refinement.cpp). NaN where
-/// the prior is NaN.
+/// the prior is NaN. `vectorised` false keeps the costs off the vector kernel (tests compare).
 cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
-                        int window);
+                        int window, bool vectorised = true);
 
 /// Invalidates left disparities whose match in the right disparity map disagrees by more than
 /// `max_diff_px` (left_right_check.cpp). Returns |d_left - d_right| per pixel (NaN where there is
