@@ -2,6 +2,7 @@
 // OpenCV's StereoSGBM on the same rectified pair.
 //
 //   bench_depth [--frames N] [--range PX] [--pair DIR] [--mode performance|quality|ultra]
+//               [--baseline-frames N]   (0 skips SGBM, for profiling our modes alone)
 //
 // The pair is a real one (ETH3D terrace by default) scaled to 1280x720 and treated as the raw
 // side-by-side frame (BGRA, as recordings decode) of a camera with lens distortion, so each frame
@@ -49,7 +50,7 @@ double median(std::vector<double> v) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int frames = 10, range = 0;
+  int frames = 10, range = 0, baseline_frames = -1;
   std::string only_mode;
   std::string pair_dir = std::string(MAPURA_SHARED_DATA) + "/eth3d_two_view/terrace";
   for (int i = 1; i + 1 < argc; i += 2) {
@@ -61,6 +62,8 @@ int main(int argc, char** argv) {
       pair_dir = argv[i + 1];
     else if (!std::strcmp(argv[i], "--mode"))
       only_mode = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--baseline-frames"))
+      baseline_frames = std::max(0, std::atoi(argv[i + 1]));
   }
   mapura::bench::printMachine();
   // As an opened camera does.
@@ -114,8 +117,10 @@ int main(int argc, char** argv) {
   const double rectification_ms = median(rect_ms);
   std::printf("%-12s %8.2f ms\n", "rectify", rectification_ms);
 
-  std::vector<double> base_ms, base_cpu;
-  for (int i = 0; i < frames; ++i) {
+  std::vector<double> base_ms{0.0}, base_cpu{0.0};
+  if (baseline_frames < 0) baseline_frames = frames;
+  if (baseline_frames > 0) base_ms.clear(), base_cpu.clear();
+  for (int i = 0; i < baseline_frames; ++i) {
     const auto t0 = Clock::now();
     const double c0 = cpuMs();
     const cv::Mat d = pv::internal::baselineSgbmDisparity(gray_l, gray_r, range);
