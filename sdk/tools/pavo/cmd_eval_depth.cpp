@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <opencv2/imgcodecs.hpp>
@@ -79,9 +80,15 @@ struct Totals {
 // A recording against its ground-truth depth folder (NNNNNN.png, uint16 millimetres, 0 unknown):
 // the depth module's disparity on `frames` frames spread over the recording, beside SGBM on the
 // same rectified pairs. Times are the matching alone (decoding and rectification left out). With
-// `views_dir`, the DEPTH_COLOR view of each frame is written there as NNNNNN_<mode>.png.
+// `views_dir` (made when missing), the DEPTH_COLOR view of each frame is written there as
+// NNNNNN_<mode>.png.
 int evalRecording(const std::string& path, const std::string& gt_dir, const std::vector<pv::DEPTH_MODE>& modes,
                   int frames, const std::string& views_dir) {
+  if (!views_dir.empty()) {
+    std::error_code ec;
+    std::filesystem::create_directories(views_dir, ec);
+    if (ec) return pavo::failure(kName, "cannot create " + views_dir + ": " + ec.message());
+  }
   Totals base;
   bool base_done = false;
   for (pv::DEPTH_MODE mode : modes) {
