@@ -118,11 +118,21 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
     }
   });
   // Window sums (at most 31 * window^2, which 16 bits hold for windows up to 45).
-  // OpenCV's box filter runs on one thread: the slices go to the cores side by side.
+  // OpenCV's box filter runs on one thread: the slices, each cut into as many bands of rows as
+  // there are threads, go to the cores side by side (K slices alone would leave a core idle while
+  // the last one is summed). A band reads its neighbours' rows as its border, so the sums are
+  // those of whole slices.
+  const int bands = std::max(1, std::min(cv::getNumThreads(), prior_px.rows / window));
   std::vector<cv::Mat> sums(slices.size());
-  cv::parallel_for_(cv::Range(0, K), [&](const cv::Range& ks) {
-    for (int k = ks.start; k < ks.end; ++k)
-      cv::boxFilter(slices[size_t(k)], sums[size_t(k)], CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
+  for (cv::Mat& s : sums) s.create(prior_px.size(), CV_16U);
+  cv::parallel_for_(cv::Range(0, K * bands), [&](const cv::Range& tasks) {
+    for (int t = tasks.start; t < tasks.end; ++t) {
+      const size_t k = size_t(t / bands);
+      const cv::Range rows(prior_px.rows * (t % bands) / bands, prior_px.rows * (t % bands + 1) / bands);
+      cv::Mat band = sums[k].rowRange(rows);
+      cv::boxFilter(slices[k].rowRange(rows), band, CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
+      CV_DbgAssert(band.data == sums[k].ptr(rows.start));
+    }
   });
 
   cv::Mat out(prior_px.size(), CV_32F);
