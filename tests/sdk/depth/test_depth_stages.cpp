@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <limits>
+#include <opencv2/calib3d.hpp>
 #include <opencv2/ximgproc/edge_filter.hpp>
 
 #include "depth/internal/global_smoother.h"
@@ -62,6 +63,32 @@ TEST(DepthStages, SpeckleRemovalDropsSmallIslandsOnly) {
   EXPECT_FLOAT_EQ(d.at<float>(0, 0), 10.f);
   EXPECT_TRUE(std::isnan(d.at<float>(0, 39)));
   EXPECT_EQ(cv::countNonZero(invalidMask(d)), 10);
+}
+
+TEST(DepthStages, SpeckleRemovalFindsOpenCvsRegions) {
+  // Noisy slopes with holes, of odd size: regions of every size, many of them across the rows
+  // where the work is split between threads. The result must be OpenCV's filterSpeckles exactly.
+  cv::Mat noisy(121, 203, CV_32F);
+  cv::RNG rng(11);
+  for (int y = 0; y < noisy.rows; ++y)
+    for (int x = 0; x < noisy.cols; ++x)
+      noisy.at<float>(y, x) = rng.uniform(0, 9) == 0 ? kNaN : 0.13f * x + 0.05f * y + rng.uniform(-1.2f, 1.2f);
+  for (const int max_size : {4, 30, 200}) {
+    for (const float max_diff : {0.5f, 1.f}) {
+      cv::Mat ours = noisy.clone();
+      removeSpeckles(ours, max_size, max_diff);
+      cv::Mat fixed16;
+      noisy.convertTo(fixed16, CV_16S, 16.0);
+      fixed16.setTo(-16, invalidMask(noisy));
+      cv::filterSpeckles(fixed16, -16, max_size, max_diff * 16.0);
+      cv::Mat theirs = noisy.clone();
+      theirs.setTo(kNaN, fixed16 == -16);
+      const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+      EXPECT_EQ(cv::countNonZero(bytes(ours) != bytes(theirs)), 0) << max_size << " px, " << max_diff << " px";
+      const int dropped = cv::countNonZero(invalidMask(ours)) - cv::countNonZero(invalidMask(noisy));
+      EXPECT_GT(dropped, 0) << max_size << " px, " << max_diff << " px";
+    }
+  }
 }
 
 TEST(DepthStages, HoleFillTakesTheFartherSide) {
