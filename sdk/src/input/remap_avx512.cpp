@@ -20,9 +20,8 @@ namespace {
 constexpr int kPrefetchAhead = 192;
 constexpr int kWindowsAhead = 6;  // the same for blocks read through windows
 
-inline void prefetchSource(const uint32_t* xy, int x, ptrdiff_t left, const uint8_t* src, int step, int channels) {
-  if (kPrefetchAhead >= left) return;
-  const uint32_t at = xy[x + kPrefetchAhead];
+/// Asks for the lines of two source rows from pixel `at` (x | y << 16) on.
+inline void prefetchRows(const uint8_t* src, uint32_t at, int step, int channels) {
   const char* p = reinterpret_cast<const char*>(src + (at >> 16) * size_t(step) + (at & 0xFFFF) * size_t(channels));
   _mm_prefetch(p, _MM_HINT_T0);
   _mm_prefetch(p + step, _MM_HINT_T0);
@@ -30,6 +29,10 @@ inline void prefetchSource(const uint32_t* xy, int x, ptrdiff_t left, const uint
     _mm_prefetch(p + 64, _MM_HINT_T0);
     _mm_prefetch(p + step + 64, _MM_HINT_T0);
   }
+}
+
+inline void prefetchSource(const uint32_t* xy, int x, ptrdiff_t left, const uint8_t* src, int step, int channels) {
+  if (kPrefetchAhead < left) prefetchRows(src, xy[x + kPrefetchAhead], step, channels);
 }
 
 inline __m512i offsets(__m512i xy, int step, int channels) {
@@ -117,16 +120,8 @@ void bgraRow(const Tables& t, int y, const uint8_t* src, int step, uint8_t* bgra
     const size_t block = first_block + size_t(x / 16);
     const uint32_t window = t.block_at[block];
     if (window != kNoWindow) {
-      if (x + 16 * kWindowsAhead + 16 <= width) {
-        const uint32_t ahead = t.block_at[block + kWindowsAhead];
-        if (ahead != kNoWindow) {
-          const char* p = reinterpret_cast<const char*>(src + (ahead >> 16) * size_t(step) + (ahead & 0xFFFF) * 4u);
-          _mm_prefetch(p, _MM_HINT_T0);
-          _mm_prefetch(p + 64, _MM_HINT_T0);
-          _mm_prefetch(p + step, _MM_HINT_T0);
-          _mm_prefetch(p + step + 64, _MM_HINT_T0);
-        }
-      }
+      if (x + 16 * kWindowsAhead + 16 <= width && t.block_at[block + kWindowsAhead] != kNoWindow)
+        prefetchRows(src, t.block_at[block + kWindowsAhead], step, 4);
       windowPairs(src + (window >> 16) * size_t(step) + (window & 0xFFFF) * 4u, step, t.block_x + 16 * block,
                   t.block_lower[block], p00, p01, p10, p11);
     } else {

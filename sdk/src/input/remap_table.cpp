@@ -62,19 +62,19 @@ void RemapTable::buildBlocks() {
   block_at_.assign(size_t(per_row) * size_t(h), remap_kernels::kNoWindow);
   block_x_.assign(block_at_.size() * 16, 0);
   block_lower_.assign(block_at_.size(), 0);
-  for (int y = 0; y < h; ++y)
+  for (int y = 0; y < h; ++y) {
+    size_t next_border = border_row_start_[size_t(y)];  // the row's border pixels, in order
+    const size_t row_end = border_row_start_[size_t(y) + 1];
     for (int b = 0; b < per_row; ++b) {
       const size_t first = size_t(y) * size_t(w) + size_t(16 * b), block = size_t(y) * size_t(per_row) + size_t(b);
+      while (next_border < row_end && size_t(border_[next_border]) < first) ++next_border;
+      if (next_border < row_end && size_t(border_[next_border]) < first + 16) continue;  // the border pass redoes it
       int x0 = 65535, x1 = -1, y0 = 65535, y1 = -1;
-      bool inside = true;
       for (size_t i = first; i < first + 16; ++i) {
-        // Border pixels keep x = y = 0 in xy_; any other pixel at the origin is inside too.
-        inside = inside && !std::binary_search(border_.begin() + ptrdiff_t(border_row_start_[size_t(y)]),
-                                               border_.begin() + ptrdiff_t(border_row_start_[size_t(y) + 1]), int(i));
         const int sx = int(xy_[i] & 0xFFFF), sy = int(xy_[i] >> 16);
         x0 = std::min(x0, sx), x1 = std::max(x1, sx), y0 = std::min(y0, sy), y1 = std::max(y1, sy);
       }
-      if (!inside || y1 - y0 > 1 || x1 + 1 - x0 >= kWindow || x0 + kWindow > source_size_.width) continue;
+      if (y1 - y0 > 1 || x1 + 1 - x0 >= kWindow || x0 + kWindow > source_size_.width) continue;
       block_at_[block] = uint32_t(x0) | uint32_t(y0) << 16;
       for (int k = 0; k < 16; ++k) {
         const uint32_t at = xy_[first + size_t(k)];
@@ -82,6 +82,7 @@ void RemapTable::buildBlocks() {
         if (int(at >> 16) > y0) block_lower_[block] = uint16_t(block_lower_[block] | 1u << k);
       }
     }
+  }
 }
 
 int RemapTable::windowBlocks() const {
