@@ -76,10 +76,14 @@ void linkRow(const cv::Mat& fixed16, int y, bool with_up, int max_diff, int32_t*
 
 void removeSpeckles(cv::Mat& disparity_px, int max_speckle_px, float max_diff_px) {
   CV_Assert(disparity_px.type() == CV_32F);
-  cv::Mat fixed16;
-  disparity_px.convertTo(fixed16, CV_16S, 16.0);
-  fixed16.setTo(kHole, invalidMask(disparity_px));
-  const int w = fixed16.cols, h = fixed16.rows;
+  // 1/16-pixel fixed point, rounded as convertTo rounds; holes where NaN.
+  const int w = disparity_px.cols, h = disparity_px.rows;
+  cv::Mat fixed16(disparity_px.size(), CV_16S);
+  forEachRow(h, [&](int y) {
+    const float* d = disparity_px.ptr<float>(y);
+    int16_t* f = fixed16.ptr<int16_t>(y);
+    for (int x = 0; x < w; ++x) f[x] = d[x] == d[x] ? cv::saturate_cast<int16_t>(d[x] * 16.f) : kHole;
+  });
   const int max_diff = cvRound(static_cast<double>(max_diff_px) * 16.0);
   std::vector<int32_t> parent(size_t(w) * size_t(h));
   // Regions within each band, then across the seams between bands.
