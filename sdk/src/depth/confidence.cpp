@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <opencv2/imgproc.hpp>
 #include <vector>
@@ -86,10 +87,50 @@ cv::Mat textureConfidence(const cv::Mat& gray) {
   return cv::max(100.f * doubt, 1.f);
 }
 
+namespace {
+void orInto(const uchar* __restrict from, uchar* __restrict to, int n) {
+  for (int x = 0; x < n; ++x) to[x] |= from[x];
+}
+}  // namespace
+
 cv::Mat saturationMask(const cv::Mat& gray) {
   CV_Assert(gray.type() == CV_8UC1);
-  cv::Mat mask = gray >= 250, grown;
-  cv::dilate(mask, grown, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5)));
+  constexpr uchar kSaturated = 250;
+  constexpr int kGrowth = 2;  // pixels the mask grows by on every side (the inner loop's five)
+  const int w = gray.cols, h = gray.rows;
+  // Grown along each row first (the largest grey level within kGrowth pixels), then down the
+  // columns; a row with nothing saturated within kGrowth rows stays zero without being read.
+  cv::Mat across(gray.size(), CV_8U), grown(gray.size(), CV_8U);
+  std::vector<uchar> row_has(static_cast<size_t>(h));
+  forEachRow(h, [&](int y) {
+    const uchar* g = gray.ptr<uchar>(y);
+    uchar* a = across.ptr<uchar>(y);
+    const auto grow_at = [&](int x) {
+      uchar top = g[x];
+      for (int k = 1; k <= kGrowth; ++k) top = std::max({top, g[std::max(x - k, 0)], g[std::min(x + k, w - 1)]});
+      a[x] = top >= kSaturated ? 255 : 0;
+    };
+    const int inner_end = std::max(kGrowth, w - kGrowth);
+    for (int x = 0; x < std::min(kGrowth, w); ++x) grow_at(x);
+    for (int x = kGrowth; x < inner_end; ++x) {
+      const uchar top = std::max(std::max(std::max(g[x - 2], g[x - 1]), std::max(g[x + 1], g[x + 2])), g[x]);
+      a[x] = top >= kSaturated ? 255 : 0;
+    }
+    for (int x = inner_end; x < w; ++x) grow_at(x);
+    uchar any = 0;
+    for (int x = 0; x < w; ++x) any |= a[x];
+    row_has[static_cast<size_t>(y)] = any;
+  });
+  forEachRow(h, [&](int y) {
+    uchar* o = grown.ptr<uchar>(y);
+    const int y0 = std::max(0, y - kGrowth), y1 = std::min(h - 1, y + kGrowth);
+    if (std::find(row_has.begin() + y0, row_has.begin() + y1 + 1, uchar(255)) == row_has.begin() + y1 + 1) {
+      std::memset(o, 0, static_cast<size_t>(w));
+      return;
+    }
+    std::memcpy(o, across.ptr<uchar>(y0), static_cast<size_t>(w));
+    for (int k = y0 + 1; k <= y1; ++k) orInto(across.ptr<uchar>(k), o, w);
+  });
   return grown;
 }
 

@@ -6,6 +6,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "depth/internal/stereo_stages.h"
+#include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
 
@@ -151,6 +152,60 @@ Filtered matchAndFilter(const cv::Mat& l, const cv::Mat& r, int range_px, const 
   return out;
 }
 
+/// Source index of each of `to` positions when `from` ones are resized by nearest neighbour,
+/// exactly as cv::resize's INTER_NEAREST picks them.
+std::vector<int> nearestIndices(int from, int to) {
+  cv::Mat index(1, from, CV_32S), picked;
+  for (int i = 0; i < from; ++i) index.at<int>(i) = i;
+  cv::resize(index, picked, cv::Size(to, 1), 0, 0, cv::INTER_NEAREST);
+  return std::vector<int>(picked.begin<int>(), picked.end<int>());
+}
+
+/// `out[x] = scale * in[index[x]]`; `doubling` when every index is x / 2.
+template <typename T>
+PV_INLINE void expandRow(const T* __restrict in, const int* __restrict index, bool doubling, int n, T scale,
+                         T* __restrict out) {
+  if (doubling) {
+    for (int k = 0; k < n / 2; ++k) out[2 * k] = out[2 * k + 1] = T(scale * in[k]);
+    if (n % 2) out[n - 1] = T(scale * in[n / 2]);
+  } else {
+    for (int x = 0; x < n; ++x) out[x] = T(scale * in[index[x]]);
+  }
+}
+
+/// The coarse level at `size` by nearest neighbour in one pass: its disparities doubled into the
+/// refinement's prior, its confidence, its unseen strip, and the weight the filter gives each
+/// measurement (a pixel's weight follows its confidence alone, so it is computed before the
+/// expansion, on a quarter of the pixels).
+struct Expanded {
+  cv::Mat prior_px, confidence, unseen, weight;
+};
+
+PV_VECTOR_CLONES
+void expandRows(const Filtered& coarse, const cv::Mat& coarse_weight, const std::vector<int>& xs, bool doubling,
+                int y, int sy, Expanded& out) {
+  const int n = out.prior_px.cols;
+  expandRow(coarse.disparity_px.ptr<float>(sy), xs.data(), doubling, n, 2.f, out.prior_px.ptr<float>(y));
+  expandRow(coarse.confidence.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.confidence.ptr<float>(y));
+  expandRow(coarse_weight.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.weight.ptr<float>(y));
+  expandRow(coarse.unseen.ptr<uchar>(sy), xs.data(), doubling, n, uchar(1), out.unseen.ptr<uchar>(y));
+}
+
+Expanded expandCoarse(const Filtered& coarse, cv::Size size) {
+  const cv::Mat coarse_weight = measurementWeight(coarse.confidence, cv::Mat());
+  const std::vector<int> xs = nearestIndices(coarse.disparity_px.cols, size.width);
+  const std::vector<int> ys = nearestIndices(coarse.disparity_px.rows, size.height);
+  bool doubling = true;
+  for (size_t x = 0; x < xs.size(); ++x) doubling = doubling && xs[x] == static_cast<int>(x / 2);
+  Expanded out;
+  out.prior_px.create(size, CV_32F);
+  out.confidence.create(size, CV_32F);
+  out.weight.create(size, CV_32F);
+  out.unseen.create(size, CV_8U);
+  forEachRow(size.height, [&](int y) { expandRows(coarse, coarse_weight, xs, doubling, y, ys[size_t(y)], out); });
+  return out;
+}
+
 /// Disparity of the pair: matched and filtered over the whole range where it is short enough,
 /// else matched and filtered at half this size (the filter fills the coarse holes), refined here
 /// around that result and filtered again (a long range costs the matcher in proportion, the
@@ -159,15 +214,15 @@ Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const Mo
   if (recipe.max_search_px <= 0 || range_px <= recipe.max_search_px || l.cols < 64 || l.rows < 32)
     return matchAndFilter(l, r, range_px, recipe);
   const Filtered coarse = matchPyramid(halfSize(l), halfSize(r), (range_px + 1) / 2, recipe);
+  const Expanded expanded = expandCoarse(coarse, l.size());
   Filtered out;
-  out.unseen = nearestTo(coarse.unseen, l.size());
-  out.confidence = nearestTo(coarse.confidence, l.size());
-  const cv::Mat prior = nearestTo(coarse.disparity_px, l.size()) * 2.f;
-  out.disparity_px =
-      refineDisparity(censusTransform(l), censusTransform(r), prior, recipe.refine_radius_px, recipe.refine_window_px);
+  out.unseen = expanded.unseen;
+  out.confidence = expanded.confidence;
+  out.disparity_px = refineDisparity(censusTransform(l), censusTransform(r), expanded.prior_px,
+                                     recipe.refine_radius_px, recipe.refine_window_px);
   if (recipe.edge_aware) {
     // Filtered once more at this size: the refinement's edges and noise follow this image's.
-    out.disparity_px = filterEdgeAware(out.disparity_px, measurementWeight(out.confidence, cv::Mat()), l,
+    out.disparity_px = filterEdgeAware(out.disparity_px, expanded.weight, l,
                                        recipe.edge_lambda, recipe.edge_sigma);
     out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
   }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
 #include <opencv2/ximgproc/edge_filter.hpp>
 
 #include "depth/internal/global_smoother.h"
@@ -175,6 +176,23 @@ TEST(DepthStages, TextureAndSaturation) {
   EXPECT_EQ(saturated.at<uint8_t>(31, 31), 255);
   EXPECT_EQ(saturated.at<uint8_t>(28, 28), 255);  // grown by two pixels
   EXPECT_EQ(saturated.at<uint8_t>(20, 20), 0);
+
+  // Only the rows near saturated pixels are grown; the mask must still equal growing the whole
+  // threshold, for spots at the borders, in the middle band and nowhere.
+  cv::Mat noisy(90, 70, CV_8U);
+  cv::randu(noisy, 0, 240);
+  const auto reference = [](const cv::Mat& g) {
+    cv::Mat grown;
+    cv::dilate(g >= 250, grown, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5)));
+    return grown;
+  };
+  EXPECT_EQ(cv::countNonZero(saturationMask(noisy)), 0);
+  for (const cv::Point spot : {cv::Point(0, 0), cv::Point(69, 89), cv::Point(35, 44), cv::Point(3, 1)}) {
+    noisy.at<uint8_t>(spot) = 251;
+    noisy.at<uint8_t>(std::min(spot.y + 7, 89), 10) = 255;
+    const cv::Mat ours = saturationMask(noisy);
+    EXPECT_EQ(cv::norm(ours, reference(noisy), cv::NORM_INF), 0) << spot;
+  }
 }
 
 TEST(DepthStages, ConfidenceFollowsRoughnessAndDisagreement) {
