@@ -182,8 +182,8 @@ struct Expanded {
 };
 
 PV_VECTOR_CLONES
-void expandRows(const Filtered& coarse, const cv::Mat& coarse_weight, const std::vector<int>& xs, bool doubling,
-                int y, int sy, Expanded& out) {
+void expandRows(const Filtered& coarse, const cv::Mat& coarse_weight, const std::vector<int>& xs, bool doubling, int y,
+                int sy, Expanded& out) {
   const int n = out.prior_px.cols;
   expandRow(coarse.disparity_px.ptr<float>(sy), xs.data(), doubling, n, 2.f, out.prior_px.ptr<float>(y));
   expandRow(coarse.confidence.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.confidence.ptr<float>(y));
@@ -218,12 +218,11 @@ Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const Mo
   Filtered out;
   out.unseen = expanded.unseen;
   out.confidence = expanded.confidence;
-  out.disparity_px = refineDisparity(censusTransform(l), censusTransform(r), expanded.prior_px,
-                                     recipe.refine_radius_px, recipe.refine_window_px);
+  out.disparity_px = refineDisparity(censusTransform(l), censusTransform(r), expanded.prior_px, recipe.refine_radius_px,
+                                     recipe.refine_window_px);
   if (recipe.edge_aware) {
     // Filtered once more at this size: the refinement's edges and noise follow this image's.
-    out.disparity_px = filterEdgeAware(out.disparity_px, expanded.weight, l,
-                                       recipe.edge_lambda, recipe.edge_sigma);
+    out.disparity_px = filterEdgeAware(out.disparity_px, expanded.weight, l, recipe.edge_lambda, recipe.edge_sigma);
     out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
   }
   return out;
