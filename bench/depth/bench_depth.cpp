@@ -18,6 +18,7 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/internal/camera_state.h"
@@ -149,7 +150,7 @@ int main(int argc, char** argv) {
         return 1;
       }
       const pv::internal::DepthData depth =
-          pv::internal::filterToDepth(out, gray_l, calib.fx, calib.baseline_m, filter);
+          pv::internal::filterToDepth(std::move(out), gray_l, calib.fx, calib.baseline_m, filter);
       depth_ms.push_back(msSince(t1));
       total_ms.push_back(msSince(t0));
       total_cpu.push_back(cpuMs() - c0);

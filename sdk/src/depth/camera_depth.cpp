@@ -2,6 +2,7 @@
 #include <cstring>
 #include <new>
 #include <opencv2/imgproc.hpp>
+#include <utility>
 
 #include "core/internal/camera_state.h"
 #include "core/internal/coordinates.h"
@@ -45,7 +46,7 @@ ERROR_CODE DepthModule::step(CameraState& state, const RuntimeParameters& runtim
   last_elapsed_ms_ = stereo.elapsed_ms;
   frame_index_ = frame.index;
   frame_timestamp_ns_ = frame.timestamp_ns;
-  state.depth = filterToDepth(stereo, frame.left_gray, calib.fx, calib.baseline_m, filter);
+  state.depth = filterToDepth(std::move(stereo), frame.left_gray, calib.fx, calib.baseline_m, filter);
   return ERROR_CODE::SUCCESS;
 }
 

@@ -16,29 +16,42 @@ struct RowLimits {
   float min_disparity, max_disparity, confidence, texture, focal_baseline;
 };
 
-/// One row of filterToDepth's pixel loop, without branches so that it vectorises (the limits are
-/// copied to locals and the rows marked unaliased, so nothing is reloaded per pixel).
-PV_VECTOR_CLONES
-void filterRow(const RowLimits& limits, int width, const float* __restrict d_in, const float* __restrict c_in,
-               const float* __restrict t_in, const uint8_t* __restrict s_in, float* __restrict d_out,
-               float* __restrict c_out, float* __restrict z, uint8_t* __restrict rejected) {
+/// One row of filterToDepth's pixel loop, in place and without branches so that it vectorises
+/// (the limits are copied to locals and the rows marked unaliased, so nothing is reloaded per
+/// pixel). `kRecord`: marks the valid matches it drops in `rejected`.
+template <bool kRecord>
+PV_INLINE void filterRow(const RowLimits& limits, int width, float* __restrict d, float* __restrict c,
+                         const float* __restrict t_in, const uint8_t* __restrict s_in, float* __restrict z,
+                         uint8_t* __restrict rejected) {
   constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
   const float lo = limits.min_disparity, hi = limits.max_disparity, confidence = limits.confidence;
   const float texture = limits.texture, focal_baseline = limits.focal_baseline;
   for (int x = 0; x < width; ++x) {
-    const float d = d_in[x];
+    const float v = d[x];
     // Comparisons with NaN are false, so an invalid input stays invalid without being counted.
-    const bool keep = (d >= lo) & (d <= hi) & (c_in[x] <= confidence) & (t_in[x] <= texture) & (s_in[x] == 0);
-    d_out[x] = keep ? d : kNaN;
-    c_out[x] = keep ? c_in[x] : kNaN;
-    z[x] = keep ? focal_baseline / d : kNaN;
-    rejected[x] = static_cast<uint8_t>(!keep);
+    const bool keep = (v >= lo) & (v <= hi) & (c[x] <= confidence) & (t_in[x] <= texture) & (s_in[x] == 0);
+    d[x] = keep ? v : kNaN;
+    c[x] = keep ? c[x] : kNaN;
+    z[x] = keep ? focal_baseline / v : kNaN;
+    if (kRecord) rejected[x] = static_cast<uint8_t>(!keep);
   }
 }
 
+PV_VECTOR_CLONES
+void filterRows(const RowLimits& limits, int width, float* d, float* c, const float* t_in, const uint8_t* s_in,
+                float* z, uint8_t* rejected) {
+  if (rejected)
+    filterRow<true>(limits, width, d, c, t_in, s_in, z, rejected);
+  else
+    filterRow<false>(limits, width, d, c, t_in, s_in, z, nullptr);
+}
+
+/// `m` itself when no other header shares its pixels, else a copy to write into.
+cv::Mat ownPixels(const cv::Mat& m) { return m.u != nullptr && m.u->refcount == 1 ? m : m.clone(); }
+
 }  // namespace
 
-DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
+DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
                         const DepthFilterParameters& p) {
   CV_Assert(stereo.disparity_px.type() == CV_32F && stereo.disparity_px.size() == left_gray.size());
   CV_Assert(stereo.confidence.type() == CV_32F && stereo.confidence.size() == left_gray.size());
@@ -53,8 +66,10 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
     texture = stereo.texture_confidence.empty() ? textureConfidence(left_gray) : stereo.texture_confidence;
   const cv::Mat saturated = p.remove_saturated_areas ? saturationMask(left_gray) : cv::Mat();
 
-  cv::Mat disparity(left_gray.size(), CV_32F), confidence(left_gray.size(), CV_32F);
-  cv::Mat rejected(left_gray.size(), CV_8U);  // 1 where a valid match was dropped
+  cv::Mat disparity = ownPixels(stereo.disparity_px), confidence = ownPixels(stereo.confidence);
+  stereo = StereoOutput();
+  cv::Mat rejected;  // 1 where a valid match was dropped, for FILL
+  if (p.fill) rejected.create(left_gray.size(), CV_8U);
   DepthData out;
   out.depth_m.create(disparity.size(), CV_32F);
   // Filters that are off read rows that pass everything, so the pixel loop has no branch.
@@ -62,10 +77,10 @@ DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, do
   const std::vector<uint8_t> no_saturation(static_cast<size_t>(left_gray.cols), 0);
   const RowLimits limits{min_disparity, max_disparity, confidence_limit, texture_limit, focal_baseline};
   forEachRow(left_gray.rows, [&](int y) {
-    filterRow(limits, left_gray.cols, stereo.disparity_px.ptr<float>(y), stereo.confidence.ptr<float>(y),
-              texture.empty() ? no_texture.data() : texture.ptr<float>(y),
-              saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), disparity.ptr<float>(y),
-              confidence.ptr<float>(y), out.depth_m.ptr<float>(y), rejected.ptr<uint8_t>(y));
+    filterRows(limits, left_gray.cols, disparity.ptr<float>(y), confidence.ptr<float>(y),
+               texture.empty() ? no_texture.data() : texture.ptr<float>(y),
+               saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), out.depth_m.ptr<float>(y),
+               rejected.empty() ? nullptr : rejected.ptr<uint8_t>(y));
   });
 
   if (p.fill) {

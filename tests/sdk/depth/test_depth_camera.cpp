@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <opencv2/imgproc.hpp>
+#include <utility>
 #include <vector>
 
 #include "core/internal/camera_state.h"
@@ -155,13 +156,19 @@ TEST(DepthCamera, FilterToDepthOrderAndValues) {
   const cv::Mat gray(4, 6, CV_8U, cv::Scalar(100));
   DepthFilterParameters p;
   p.min_depth_m = 1.f;
-  DepthData d = filterToDepth(stereo, gray, 400, 0.1, p);
+  // A copy shares the pixels, which must then be left as they were; a moved output is filtered
+  // in place.
+  DepthData d = filterToDepth(StereoOutput(stereo), gray, 400, 0.1, p);
   EXPECT_FLOAT_EQ(d.depth_m.at<float>(0, 0), 2.f);
   EXPECT_TRUE(std::isnan(d.depth_m.at<float>(1, 1)));
+  EXPECT_TRUE(std::isnan(d.disparity_px.at<float>(1, 1)));
   EXPECT_TRUE(std::isnan(d.depth_m.at<float>(2, 4)));
   EXPECT_TRUE(std::isnan(d.confidence.at<float>(2, 4)));
+  EXPECT_FLOAT_EQ(stereo.disparity_px.at<float>(1, 1), 80.f);
   p.fill = true;
-  d = filterToDepth(stereo, gray, 400, 0.1, p);
+  const float* pixels = stereo.disparity_px.ptr<float>();
+  d = filterToDepth(std::move(stereo), gray, 400, 0.1, p);
+  EXPECT_EQ(d.disparity_px.ptr<float>(), pixels);
   EXPECT_FLOAT_EQ(d.depth_m.at<float>(1, 1), 2.f);
   EXPECT_FLOAT_EQ(d.depth_m.at<float>(2, 4), 2.f);
   EXPECT_FLOAT_EQ(d.confidence.at<float>(2, 4), 100.f);

@@ -22,8 +22,9 @@ struct DepthFilterParameters {
 
 /// Turns the engine's output into depth: thresholds, saturation, distance limits in disparity,
 /// then FILL, then depth = fx * baseline / disparity. `left_gray` is the rectified left image.
-/// Filled pixels get confidence 100.
-DepthData filterToDepth(const StereoOutput& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
+/// Filled pixels get confidence 100. The engine's disparity and confidence become the result's:
+/// they are filtered in place unless another header still shares them.
+DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
                         const DepthFilterParameters& params);
 
 /// Search range that covers depths from `min_depth_m` for the rectified camera, capped to keep the
