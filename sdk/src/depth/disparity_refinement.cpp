@@ -95,6 +95,54 @@ void selectRow(const uint16_t* const* cost, const float* prior, int width, int r
   }
 }
 
+/// Per-thread rows of the fused pipeline: the costs of the last `window` rows per offset (a ring,
+/// by row), their running sums down the columns, and the window sums of the row being selected.
+struct BoxRows {
+  int K, w, window;
+  std::vector<uint8_t> costs;
+  std::vector<uint16_t> down, box;
+  std::vector<int> scratch;
+  BoxRows(int k, int width, int win)
+      : K(k),
+        w(width),
+        window(win),
+        costs(size_t(win) * size_t(k) * size_t(width), 0),
+        down(size_t(k) * size_t(width), 0),
+        box(size_t(k) * size_t(width)),
+        scratch(4 * size_t(width)) {}
+  uint8_t* cost(int slot, int k) { return costs.data() + (size_t(slot) * size_t(K) + size_t(k)) * size_t(w); }
+  uint16_t* downRow(int k) { return down.data() + size_t(k) * size_t(w); }
+  uint16_t* boxRow(int k) { return box.data() + size_t(k) * size_t(w); }
+};
+
+/// `down += sign * row` (16-bit arithmetic wraps, and the true sums fit, so the running sums stay
+/// exact).
+PV_VECTOR_CLONES
+void addDown(const uint8_t* __restrict row, int sign, int w, uint16_t* __restrict down) {
+  if (sign > 0)
+    for (int x = 0; x < w; ++x) down[x] = uint16_t(down[x] + row[x]);
+  else
+    for (int x = 0; x < w; ++x) down[x] = uint16_t(down[x] - row[x]);
+}
+
+/// `out[x]` = the sum of `in` over x - half .. x + half, mirrored at the ends as cv::boxFilter's
+/// default border does (at least half + 1 values).
+PV_VECTOR_CLONES
+void sumAcross(const uint16_t* __restrict in, int w, int half, uint16_t* __restrict out) {
+  const auto mirrored = [&](int x) {
+    int sum = 0;
+    for (int dx = -half; dx <= half; ++dx) sum += in[cv::borderInterpolate(x + dx, w, cv::BORDER_REFLECT_101)];
+    return uint16_t(sum);
+  };
+  const int inner_end = std::max(half, w - half);
+  for (int x = 0; x < std::min(half, w); ++x) out[x] = mirrored(x);
+  // Offset by offset over the inner pixels, so that every loop runs along the row.
+  for (int x = half; x < inner_end; ++x) out[x] = in[x - half];
+  for (int dx = 1 - half; dx <= half; ++dx)
+    for (int x = half; x < inner_end; ++x) out[x] = uint16_t(out[x] + in[x + dx]);
+  for (int x = inner_end; x < w; ++x) out[x] = mirrored(x);
+}
+
 }  // namespace
 
 cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
@@ -102,46 +150,46 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
   CV_Assert(census_left.type() == CV_32S && census_right.type() == CV_32S && prior_px.type() == CV_32F);
   CV_Assert(census_left.size() == census_right.size() && census_left.size() == prior_px.size());
   CV_Assert(radius >= 1 && radius <= 3 && window % 2 == 1 && window <= 45);
-  const int K = 2 * radius + 1, w = prior_px.cols;
-  std::vector<cv::Mat> slices(static_cast<size_t>(K));
-  for (cv::Mat& s : slices) s.create(prior_px.size(), CV_8U);
+  const int K = 2 * radius + 1, w = prior_px.cols, h = prior_px.rows, half = window / 2;
+  CV_Assert(w > half && h > half);
   const bool vector_kernel = vectorised && offsetCostsVectorised();
-  cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
-    std::vector<uint8_t*> row_ptrs(static_cast<size_t>(K));
-    for (int y = rows.start; y < rows.end; ++y) {
-      for (int k = 0; k < K; ++k) row_ptrs[static_cast<size_t>(k)] = slices[static_cast<size_t>(k)].ptr<uint8_t>(y);
-      const uint32_t *left = census_left.ptr<uint32_t>(y), *right = census_right.ptr<uint32_t>(y);
-      const float* prior = prior_px.ptr<float>(y);
-      const int done =
-          vector_kernel ? refine_kernels::offsetCostsAvx512(left, right, prior, w, radius, row_ptrs.data()) : 0;
-      offsetCostsRow(left, right, prior, done, w, radius, row_ptrs.data());
-    }
-  });
-  // Window sums (at most 31 * window^2, which 16 bits hold for windows up to 45).
-  // OpenCV's box filter runs on one thread: the slices, each cut into as many bands of rows as
-  // there are threads, go to the cores side by side (K slices alone would leave a core idle while
-  // the last one is summed). A band reads its neighbours' rows as its border, so the sums are
-  // those of whole slices.
-  const int bands = std::max(1, std::min(cv::getNumThreads(), prior_px.rows / window));
-  std::vector<cv::Mat> sums(slices.size());
-  for (cv::Mat& s : sums) s.create(prior_px.size(), CV_16U);
-  cv::parallel_for_(cv::Range(0, K * bands), [&](const cv::Range& tasks) {
-    for (int t = tasks.start; t < tasks.end; ++t) {
-      const size_t k = size_t(t / bands);
-      const cv::Range rows(prior_px.rows * (t % bands) / bands, prior_px.rows * (t % bands + 1) / bands);
-      cv::Mat band = sums[k].rowRange(rows);
-      cv::boxFilter(slices[k].rowRange(rows), band, CV_16U, cv::Size(window, window), cv::Point(-1, -1), false);
-      CV_DbgAssert(band.data == sums[k].ptr(rows.start));
-    }
-  });
-
   cv::Mat out(prior_px.size(), CV_32F);
-  cv::parallel_for_(cv::Range(0, prior_px.rows), [&](const cv::Range& rows) {
-    std::vector<const uint16_t*> cost(static_cast<size_t>(K));
-    std::vector<int> scratch(4 * static_cast<size_t>(w));
-    for (int y = rows.start; y < rows.end; ++y) {
-      for (int k = 0; k < K; ++k) cost[static_cast<size_t>(k)] = sums[static_cast<size_t>(k)].ptr<uint16_t>(y);
-      selectRow(cost.data(), prior_px.ptr<float>(y), w, radius, scratch.data(), out.ptr<float>(y));
+  // Each band of rows runs the whole pipeline on its own core, costs to selection, without ever
+  // storing a full image of costs or sums: the costs of the last `window` rows are kept with
+  // their running sums down the columns, which are summed across for the row in their middle
+  // (window sums of at most 31 * window^2, which 16 bits hold for windows up to 45). Rows beyond
+  // the image are mirrored as cv::boxFilter's default border does; a band's first rows read its
+  // neighbour's rows, so the sums are those of the whole image.
+  const int bands = std::max(1, std::min(cv::getNumThreads(), h / window));
+  cv::parallel_for_(cv::Range(0, bands), [&](const cv::Range& range) {
+    std::vector<uint8_t*> cost_rows(static_cast<size_t>(K));
+    std::vector<const uint16_t*> box_rows(static_cast<size_t>(K));
+    for (int b = range.start; b < range.end; ++b) {
+      BoxRows rows(K, w, window);
+      for (int k = 0; k < K; ++k) box_rows[size_t(k)] = rows.boxRow(k);
+      // Row v of the (unbounded) sequence of mirrored rows goes to ring slot v mod window, where
+      // it replaces row v - window, which leaves the window as it enters.
+      const auto enter_row = [&](int v) {
+        const int slot = ((v % window) + window) % window;
+        for (int k = 0; k < K; ++k) {
+          cost_rows[size_t(k)] = rows.cost(slot, k);
+          addDown(rows.cost(slot, k), -1, w, rows.downRow(k));
+        }
+        const int y = cv::borderInterpolate(v, h, cv::BORDER_REFLECT_101);
+        const uint32_t *left = census_left.ptr<uint32_t>(y), *right = census_right.ptr<uint32_t>(y);
+        const float* prior = prior_px.ptr<float>(y);
+        const int done =
+            vector_kernel ? refine_kernels::offsetCostsAvx512(left, right, prior, w, radius, cost_rows.data()) : 0;
+        offsetCostsRow(left, right, prior, done, w, radius, cost_rows.data());
+        for (int k = 0; k < K; ++k) addDown(rows.cost(slot, k), 1, w, rows.downRow(k));
+      };
+      const int y0 = h * b / bands, y1 = h * (b + 1) / bands;
+      for (int v = y0 - half; v < y0 + half; ++v) enter_row(v);
+      for (int y = y0; y < y1; ++y) {
+        enter_row(y + half);
+        for (int k = 0; k < K; ++k) sumAcross(rows.downRow(k), w, half, rows.boxRow(k));
+        selectRow(box_rows.data(), prior_px.ptr<float>(y), w, radius, rows.scratch.data(), out.ptr<float>(y));
+      }
     }
   });
   return out;

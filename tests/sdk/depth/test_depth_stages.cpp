@@ -275,6 +275,45 @@ TEST(DepthStages, RefinementFindsTheDisparityNearItsPriorWithEitherCostKernel) {
   EXPECT_EQ(cv::countNonZero(bytes(ours) != bytes(scalar)), 0);
   // Where the prior has a value, so has the result.
   EXPECT_EQ(cv::countNonZero(validMask(ours) != validMask(prior)), 0);
+
+  // The rows are cut into one band per thread, each summing its neighbours' rows too: any cut
+  // gives the same result.
+  const int threads = cv::getNumThreads();
+  for (const int n : {1, 3, 7}) {
+    cv::setNumThreads(n);
+    EXPECT_EQ(cv::countNonZero(bytes(refineDisparity(census_l, census_r, prior, 2, 5)) != bytes(ours)), 0) << n;
+  }
+  cv::setNumThreads(threads);
+
+  // Every pixel's winner against sums made the slow way, mirrored at all four borders.
+  const int radius = 1, window = 7, half = window / 2;
+  const cv::Mat coarse = refineDisparity(census_l, census_r, prior, radius, window);
+  const auto cost = [&](int y, int x, int k) {
+    const float p = prior.at<float>(y, x);
+    if (p != p) return 16;
+    const int d = static_cast<int>(p + 0.5f) - radius + k, xr = x - d;
+    if (d < 0 || xr < 0) return 31;
+    return __builtin_popcount(census_l.at<uint32_t>(y, x) ^ census_r.at<uint32_t>(y, xr));
+  };
+  int checked = 0;
+  for (int y = 0; y < prior.rows; ++y)
+    for (int x = 0; x < prior.cols; ++x) {
+      const float p = prior.at<float>(y, x);
+      if (p != p) continue;
+      int best = 0, lowest = 1 << 30;
+      for (int k = 0; k < 2 * radius + 1; ++k) {
+        int sum = 0;
+        for (int dy = -half; dy <= half; ++dy)
+          for (int dx = -half; dx <= half; ++dx)
+            sum += cost(cv::borderInterpolate(y + dy, prior.rows, cv::BORDER_REFLECT_101),
+                        cv::borderInterpolate(x + dx, prior.cols, cv::BORDER_REFLECT_101), k);
+        if (sum < lowest) lowest = sum, best = k;
+      }
+      const float winner = std::max(0.f, static_cast<float>(static_cast<int>(p + 0.5f) - radius + best));
+      ASSERT_LE(std::abs(coarse.at<float>(y, x) - winner), 0.5f) << y << " " << x;
+      ++checked;
+    }
+  EXPECT_GT(checked, prior.total() * 9 / 10);
 }
 
 }  // namespace
