@@ -4,31 +4,39 @@
 #include <vector>
 
 #include "depth/internal/stereo_stages.h"
+#include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
 
+namespace {
+
+/// One row of the check, without branches so that it vectorises.
+PV_VECTOR_CLONES
+void checkRow(float* __restrict left, const float* __restrict right, int w, float max_diff_px, float* __restrict diff) {
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  for (int x = 0; x < w; ++x) {
+    const float d = left[x];
+    // Its match in the right image: x - d rounded half away from zero, as std::lround does (in
+    // double, where adding the half is exact). A match left of the right image (rounding below
+    // zero) is a guess of the smoothness; so is any invalid value.
+    const float at = static_cast<float>(x) - d;
+    const bool inside = (d - d == 0.f) & (at > -0.5f);
+    const int xr = inside ? std::min(static_cast<int>(static_cast<double>(at) + 0.5), w - 1) : 0;
+    const float r = right[xr];
+    const bool seen = inside & (r - r == 0.f);
+    const float disagreement = std::abs(d - r);
+    diff[x] = seen ? disagreement : kNaN;
+    left[x] = seen & (disagreement <= max_diff_px) ? d : kNaN;
+  }
+}
+
+}  // namespace
+
 cv::Mat leftRightCheck(cv::Mat& left_px, const cv::Mat& right_px, float max_diff_px) {
   CV_Assert(left_px.type() == CV_32F && right_px.type() == CV_32F && left_px.size() == right_px.size());
-  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-  cv::Mat diff(left_px.size(), CV_32F, cv::Scalar(kNaN));
+  cv::Mat diff(left_px.size(), CV_32F);
   forEachRow(left_px.rows, [&](int y) {
-    float* dl = left_px.ptr<float>(y);
-    const float* dr = right_px.ptr<float>(y);
-    float* out = diff.ptr<float>(y);
-    for (int x = 0; x < left_px.cols; ++x) {
-      if (!std::isfinite(dl[x])) continue;
-      const int xr = static_cast<int>(std::lround(x - dl[x]));
-      if (xr < 0) {  // its match would lie left of the right image: a guess of the smoothness
-        dl[x] = kNaN;
-        continue;
-      }
-      if (!std::isfinite(dr[xr])) {
-        dl[x] = kNaN;
-        continue;
-      }
-      out[x] = std::abs(dl[x] - dr[xr]);
-      if (out[x] > max_diff_px) dl[x] = kNaN;
-    }
+    checkRow(left_px.ptr<float>(y), right_px.ptr<float>(y), left_px.cols, max_diff_px, diff.ptr<float>(y));
   });
   return diff;
 }

@@ -37,6 +37,14 @@ TEST(DepthStages, LeftRightCheckDropsDisagreeingPixels) {
   EXPECT_TRUE(std::isnan(left.at<float>(0, 4)));  // 2 against 9
   EXPECT_FLOAT_EQ(diff.at<float>(0, 4), 7.f);
   EXPECT_TRUE(std::isnan(left.at<float>(0, 5)));  // the right view has no value there
+
+  // x - d is rounded half away from zero: -0.5 lies outside, 0.5 lands on right pixel 1.
+  cv::Mat halves = row({0.5f, 0.4f, 1.5f});
+  const cv::Mat half_diff = leftRightCheck(halves, row({0.4f, 1.4f, 7.f}), 1.f);
+  EXPECT_TRUE(std::isnan(halves.at<float>(0, 0)));
+  EXPECT_FLOAT_EQ(halves.at<float>(0, 1), 0.4f);
+  EXPECT_NEAR(half_diff.at<float>(0, 2), 0.1f, 1e-6f);
+  EXPECT_FLOAT_EQ(halves.at<float>(0, 2), 1.5f);
 }
 
 TEST(DepthStages, TheStripTheRightCameraMissesIsMarked) {
