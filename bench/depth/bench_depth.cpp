@@ -136,6 +136,7 @@ int main(int argc, char** argv) {
     if (!only_mode.empty() && name != only_mode) continue;
     pv::internal::StereoParameters params;
     params.mode = mode;
+    params.half_size_output = true;  // as the camera asks
     params.max_disparity_px = range;
     pv::internal::DepthFilterParameters filter;
     std::vector<double> total_ms, depth_ms, total_cpu;

@@ -38,6 +38,7 @@ ERROR_CODE DepthModule::step(CameraState& state, const RuntimeParameters& runtim
   StereoParameters stereo_params;
   stereo_params.mode = mode_;
   stereo_params.with_texture_confidence = false;  // computed by the filters only when a threshold needs it
+  stereo_params.half_size_output = true;          // the filters double it row by row
   stereo_params.max_disparity_px = std::min(disparityRangeFor(calib, filter.min_depth_m), frame.left_gray.cols);
   StereoOutput stereo;
   std::string error;

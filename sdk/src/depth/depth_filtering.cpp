@@ -53,8 +53,15 @@ cv::Mat ownPixels(const cv::Mat& m) { return m.u != nullptr && m.u->refcount == 
 
 DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
                         const DepthFilterParameters& p) {
-  CV_Assert(stereo.disparity_px.type() == CV_32F && stereo.disparity_px.size() == left_gray.size());
-  CV_Assert(stereo.confidence.type() == CV_32F && stereo.confidence.size() == left_gray.size());
+  // A half-size result is doubled row by row below, each row filtered while it is in the cache.
+  const bool doubling = stereo.disparity_px.empty();
+  if (doubling) {
+    CV_Assert(stereo.half_disparity_px.type() == CV_32F && stereo.half_disparity_px.size() * 2 == left_gray.size());
+    CV_Assert(stereo.half_confidence.type() == CV_32F && stereo.half_confidence.size() * 2 == left_gray.size());
+  } else {
+    CV_Assert(stereo.disparity_px.type() == CV_32F && stereo.disparity_px.size() == left_gray.size());
+    CV_Assert(stereo.confidence.type() == CV_32F && stereo.confidence.size() == left_gray.size());
+  }
   const float focal_baseline = static_cast<float>(fx_px * baseline_m);
   // The distance limits as disparities: nearer than the minimum is a larger disparity.
   const float max_disparity = p.min_depth_m > 0 ? focal_baseline / p.min_depth_m : std::numeric_limits<float>::max();
@@ -66,8 +73,14 @@ DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double 
     texture = stereo.texture_confidence.empty() ? textureConfidence(left_gray) : stereo.texture_confidence;
   const cv::Mat saturated = p.remove_saturated_areas ? saturationMask(left_gray) : cv::Mat();
 
-  cv::Mat disparity = ownPixels(stereo.disparity_px), confidence = ownPixels(stereo.confidence);
-  stereo = StereoOutput();
+  cv::Mat disparity, confidence;
+  if (doubling) {
+    disparity.create(left_gray.size(), CV_32F);
+    confidence.create(left_gray.size(), CV_32F);
+  } else {
+    disparity = ownPixels(stereo.disparity_px);
+    confidence = ownPixels(stereo.confidence);
+  }
   cv::Mat rejected;  // 1 where a valid match was dropped, for FILL
   if (p.fill) rejected.create(left_gray.size(), CV_8U);
   DepthData out;
@@ -76,12 +89,19 @@ DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double 
   const std::vector<float> no_texture(static_cast<size_t>(left_gray.cols), 0.f);
   const std::vector<uint8_t> no_saturation(static_cast<size_t>(left_gray.cols), 0);
   const RowLimits limits{min_disparity, max_disparity, confidence_limit, texture_limit, focal_baseline};
-  forEachRow(left_gray.rows, [&](int y) {
-    filterRows(limits, left_gray.cols, disparity.ptr<float>(y), confidence.ptr<float>(y),
-               texture.empty() ? no_texture.data() : texture.ptr<float>(y),
-               saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), out.depth_m.ptr<float>(y),
-               rejected.empty() ? nullptr : rejected.ptr<uint8_t>(y));
+  cv::parallel_for_(cv::Range(0, left_gray.rows), [&](const cv::Range& rows) {
+    std::vector<float> scratch(doubling ? 6 * size_t(stereo.half_disparity_px.cols + 2) : 0);
+    for (int y = rows.start; y < rows.end; ++y) {
+      if (doubling)
+        upsampleRowTwice(stereo.half_disparity_px, stereo.half_confidence, y, scratch.data(), disparity.ptr<float>(y),
+                         confidence.ptr<float>(y));
+      filterRows(limits, left_gray.cols, disparity.ptr<float>(y), confidence.ptr<float>(y),
+                 texture.empty() ? no_texture.data() : texture.ptr<float>(y),
+                 saturated.empty() ? no_saturation.data() : saturated.ptr<uint8_t>(y), out.depth_m.ptr<float>(y),
+                 rejected.empty() ? nullptr : rejected.ptr<uint8_t>(y));
+    }
   });
+  stereo = StereoOutput();
 
   if (p.fill) {
     fillHoles(disparity);

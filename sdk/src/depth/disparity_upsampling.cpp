@@ -63,7 +63,7 @@ PV_INLINE void interleave(const float* __restrict even, const float* __restrict 
 /// One output row of the doubling, written so that every loop vectorises: the vertical blend
 /// first, then the columns. `scratch` holds 6 * (w + 2) floats.
 PV_VECTOR_CLONES
-void upsampleRowTwice(const SourceRows& s, int w, float* scratch, float* out, float* confidence_out) {
+void doubleRow(const SourceRows& s, int w, float* scratch, float* out, float* confidence_out) {
   float *blend = scratch, *hi = blend + (w + 2), *lo = hi + (w + 2), *ok = lo + (w + 2);
   float *even = ok + (w + 2), *odd = even + (w + 2);
   blendRows(s.r0, s.r1, s.ay, w, blend, hi, lo, ok);
@@ -80,20 +80,28 @@ void upsampleRowTwice(const SourceRows& s, int w, float* scratch, float* out, fl
   interleave(even, odd, w, confidence_out);
 }
 
+}  // namespace
+
+void upsampleRowTwice(const cv::Mat& src, const cv::Mat& confidence, int y, float* scratch, float* out,
+                      float* confidence_out) {
+  const int h = src.rows;
+  const int y_even = y / 2, y0 = (y % 2 == 0) ? std::max(y_even - 1, 0) : y_even;
+  const int y1 = (y % 2 == 0) ? y_even : std::min(y_even + 1, h - 1);
+  const float ay = (y % 2 == 0) ? (y_even == 0 ? 0.f : 0.75f) : (y_even + 1 < h ? 0.25f : 0.f);
+  const SourceRows s{src.ptr<float>(y0), src.ptr<float>(y1), src.ptr<float>(y_even),
+                     confidence.empty() ? nullptr : confidence.ptr<float>(y_even), ay};
+  doubleRow(s, src.cols, scratch, out, confidence.empty() ? nullptr : confidence_out);
+}
+
+namespace {
+
 /// The common case of exactly twice the size; the confidence too when `confidence` is not empty.
 void upsampleTwice(const cv::Mat& src, const cv::Mat& confidence, cv::Mat& out, cv::Mat& confidence_out) {
-  const int w = src.cols, h = src.rows;
   cv::parallel_for_(cv::Range(0, out.rows), [&](const cv::Range& rows) {
-    std::vector<float> scratch(static_cast<size_t>(6 * (w + 2)));
-    for (int y = rows.start; y < rows.end; ++y) {
-      const int y_even = y / 2, y0 = (y % 2 == 0) ? std::max(y_even - 1, 0) : y_even;
-      const int y1 = (y % 2 == 0) ? y_even : std::min(y_even + 1, h - 1);
-      const float ay = (y % 2 == 0) ? (y_even == 0 ? 0.f : 0.75f) : (y_even + 1 < h ? 0.25f : 0.f);
-      const SourceRows s{src.ptr<float>(y0), src.ptr<float>(y1), src.ptr<float>(y_even),
-                         confidence.empty() ? nullptr : confidence.ptr<float>(y_even), ay};
-      upsampleRowTwice(s, w, scratch.data(), out.ptr<float>(y),
+    std::vector<float> scratch(static_cast<size_t>(6 * (src.cols + 2)));
+    for (int y = rows.start; y < rows.end; ++y)
+      upsampleRowTwice(src, confidence, y, scratch.data(), out.ptr<float>(y),
                        confidence.empty() ? nullptr : confidence_out.ptr<float>(y));
-    }
   });
 }
 

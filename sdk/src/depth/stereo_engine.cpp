@@ -238,6 +238,7 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   const double scale = static_cast<double>(l.cols) / left.cols;
   Filtered level = matchPyramid(l, r, static_cast<int>(std::ceil(params.max_disparity_px * scale)), recipe);
   cv::Mat disparity = level.disparity_px, confidence = level.confidence;
+  if (params.with_texture_confidence) out.texture_confidence = textureConfidence(left);
   if (l.size() != left.size()) {
     // Near depth edges (the disparity changing by more than a pixel within two pixels) the
     // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
@@ -248,6 +249,11 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
       filled.setTo(0.f, invalidMask(filled));
       cv::morphologyEx(filled, spread, cv::MORPH_GRADIENT, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
       near_edge = nearestTo(spread > static_cast<float>(0.5 * scale), left.size());
+    }
+    if (params.half_size_output && near_edge.empty() && left.size() == l.size() * 2) {
+      out.half_disparity_px = disparity;
+      out.half_confidence = confidence;
+      return;
     }
     cv::Mat full_disparity, full_confidence;
     upsampleWithConfidence(disparity, confidence, left.size(), full_disparity, full_confidence);
@@ -266,7 +272,6 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   }
   out.disparity_px = disparity;
   out.confidence = confidence;
-  if (params.with_texture_confidence) out.texture_confidence = textureConfidence(left);
 }
 
 }  // namespace

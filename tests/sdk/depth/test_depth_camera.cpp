@@ -175,6 +175,44 @@ TEST(DepthCamera, FilterToDepthOrderAndValues) {
   EXPECT_FLOAT_EQ(d.confidence.at<float>(0, 0), 10.f);
 }
 
+TEST(DepthCamera, AHalfSizeResultIsDoubledAsTheEngineDoublesIt) {
+  auto pair = mapura::test::renderStep(cv::Size(240, 160), 8.f, 20.f, cv::Rect(80, 50, 80, 60));
+  pair.left(cv::Rect(10, 10, 12, 12)).setTo(255);
+  const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+  const auto stereo = [&](const cv::Mat& l, const cv::Mat& r, DEPTH_MODE mode, bool half) {
+    StereoParameters params;
+    params.mode = mode;
+    params.max_disparity_px = 40;
+    params.half_size_output = half;
+    StereoOutput out;
+    std::string error;
+    EXPECT_TRUE(computeStereo(l, r, params, out, error)) << error;
+    return out;
+  };
+  for (const bool fill : {false, true}) {
+    DepthFilterParameters p;
+    p.confidence_threshold = 60;
+    p.fill = fill;
+    StereoOutput half = stereo(pair.left, pair.right, DEPTH_MODE::PERFORMANCE, true);
+    ASSERT_TRUE(half.disparity_px.empty());
+    ASSERT_EQ(half.half_disparity_px.size(), cv::Size(120, 80));
+    const DepthData doubled = filterToDepth(std::move(half), pair.left, kFx, kBaseline, p);
+    const DepthData whole =
+        filterToDepth(stereo(pair.left, pair.right, DEPTH_MODE::PERFORMANCE, false), pair.left, kFx, kBaseline, p);
+    EXPECT_EQ(cv::countNonZero(bytes(doubled.disparity_px) != bytes(whole.disparity_px)), 0) << fill;
+    EXPECT_EQ(cv::countNonZero(bytes(doubled.confidence) != bytes(whole.confidence)), 0) << fill;
+    EXPECT_EQ(cv::countNonZero(bytes(doubled.depth_m) != bytes(whole.depth_m)), 0) << fill;
+    EXPECT_GT(validCount(whole.depth_m), 240 * 160 / 2);
+    EXPECT_EQ(std::isnan(doubled.depth_m.at<float>(15, 15)), !fill);  // saturated, unless filled
+  }
+  // Where the last step is more than a doubling (QUALITY looks at depth edges at full size) or
+  // the size is odd, the result comes whole.
+  EXPECT_FALSE(stereo(pair.left, pair.right, DEPTH_MODE::QUALITY, true).disparity_px.empty());
+  const cv::Rect odd(0, 0, 239, 159);
+  const StereoOutput odd_out = stereo(pair.left(odd).clone(), pair.right(odd).clone(), DEPTH_MODE::PERFORMANCE, true);
+  EXPECT_EQ(odd_out.disparity_px.size(), odd.size());
+}
+
 TEST(DepthCamera, MeasuresInUnitsAndCoordinateSystems) {
   const auto plane = mapura::test::renderStep(cv::Size(200, 120), 10.f, 10.f, cv::Rect());
   Camera camera;

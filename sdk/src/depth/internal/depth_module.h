@@ -23,7 +23,8 @@ struct DepthFilterParameters {
 /// Turns the engine's output into depth: thresholds, saturation, distance limits in disparity,
 /// then FILL, then depth = fx * baseline / disparity. `left_gray` is the rectified left image.
 /// Filled pixels get confidence 100. The engine's disparity and confidence become the result's:
-/// they are filtered in place unless another header still shares them.
+/// they are filtered in place unless another header still shares them. A half-size result
+/// (StereoParameters::half_size_output) is doubled here, one row at a time before its filtering.
 DepthData filterToDepth(StereoOutput&& stereo, const cv::Mat& left_gray, double fx_px, double baseline_m,
                         const DepthFilterParameters& params);
 

@@ -13,12 +13,19 @@ struct StereoParameters {
   DEPTH_MODE mode = DEPTH_MODE::QUALITY;  ///< PERFORMANCE, QUALITY or ULTRA
   int max_disparity_px = 128;             ///< search range at the input's resolution, pixels
   bool with_texture_confidence = false;   ///< also fill StereoOutput::texture_confidence
+  /// Where the mode's last step would only double a half-size result, leave that to the caller
+  /// (StereoOutput::half_*), which can go on with each doubled row while it is in the cache.
+  bool half_size_output = false;
 };
 
 /// Result at the input's full resolution.
 struct StereoOutput {
-  cv::Mat disparity_px;        ///< CV_32F, NaN where invalid
-  cv::Mat confidence;          ///< CV_32F, 1 (sure) .. 100 (unsure), NaN where invalid
+  cv::Mat disparity_px;  ///< CV_32F, NaN where invalid
+  cv::Mat confidence;    ///< CV_32F, 1 (sure) .. 100 (unsure), NaN where invalid
+  /// With half_size_output, when the input has even sizes and the mode ends on a doubling: the
+  /// half-size disparity (in its own pixels) and confidence that upsampleWithConfidence brings to
+  /// the full size; disparity_px and confidence are empty then.
+  cv::Mat half_disparity_px, half_confidence;
   cv::Mat texture_confidence;  ///< CV_32F, 1 (strong texture) .. 100 (flat); empty when not asked for
   double elapsed_ms = 0;
 };

@@ -85,6 +85,11 @@ cv::Mat upsampleDisparity(const cv::Mat& disparity_px, cv::Size full_size);
 /// the size doubles).
 void upsampleWithConfidence(const cv::Mat& disparity_px, const cv::Mat& confidence, cv::Size full_size,
                             cv::Mat& disparity_out, cv::Mat& confidence_out);
+/// Row `y` of upsampleWithConfidence to exactly twice the size, into `disparity_out` and
+/// `confidence_out` (twice the width each), for callers that go on with the row while it is in the
+/// cache. `scratch` holds 6 * (width + 2) floats.
+void upsampleRowTwice(const cv::Mat& disparity_px, const cv::Mat& confidence, int y, float* scratch,
+                      float* disparity_out, float* confidence_out);
 
 /// Edge-aware smoothing of a disparity map guided by the left image (edge_aware_filter.cpp): a
 /// weighted fast global smoother, smooth(w * d) / smooth(w), so values spread only between pixels
