@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 #include "depth/internal/vector_clones.h"
 
@@ -66,13 +67,22 @@ void solveRows(const cv::Mat& across, cv::Mat* const* images, int y0, float lamb
       for (int k = 0; k < K; ++k) u[k][r][x] -= inter[r][x] * u[k][r][x + 1];
 }
 
-template <int K>
-void horizontalPass(const cv::Mat& across, cv::Mat* const* images, float lambda) {
+/// Nothing to do before a row is solved, or after.
+struct NoRowStep {
+  void operator()(int /*y*/) const {}
+  void operator()(int /*y*/, int /*x0*/, int /*n*/) const {}
+};
+
+/// The horizontal pass; `prepare(y)` runs just before row y is solved (while the row is still in
+/// the cache once solved).
+template <int K, typename Prepare = NoRowStep>
+void horizontalPass(const cv::Mat& across, cv::Mat* const* images, float lambda, const Prepare& prepare = {}) {
   const int groups = (across.rows + kRowsTogether - 1) / kRowsTogether;
   cv::parallel_for_(cv::Range(0, groups), [&](const cv::Range& range) {
     std::vector<float> inter(size_t(kRowsTogether) * size_t(across.cols));
     for (int g = range.start; g < range.end; ++g) {
       const int y0 = g * kRowsTogether;
+      for (int y = y0; y < std::min(y0 + kRowsTogether, across.rows); ++y) prepare(y);
       if (y0 + kRowsTogether <= across.rows) {
         solveRows<K, kRowsTogether>(across, images, y0, lambda, inter.data());
       } else {
@@ -106,7 +116,11 @@ void backRow(const float* __restrict inter, const float* __restrict u_down, floa
   for (int x = 0; x < n; ++x) u[x] -= inter[x] * u_down[x];
 }
 
-void verticalPass(const cv::Mat& down, cv::Mat* const* images, int count, float lambda, cv::Mat& inter) {
+/// The vertical pass, in blocks of columns; `finish(y, x0, n)` runs on the columns x0 .. x0 + n - 1
+/// of row y as soon as they are final.
+template <typename Finish = NoRowStep>
+void verticalPass(const cv::Mat& down, cv::Mat* const* images, int count, float lambda, cv::Mat& inter,
+                  const Finish& finish = {}) {
   const int h = down.rows, w = down.cols;
   const int blocks = (w + kColumnBlock - 1) / kColumnBlock;
   cv::parallel_for_(cv::Range(0, blocks), [&](const cv::Range& range) {
@@ -124,11 +138,33 @@ void verticalPass(const cv::Mat& down, cv::Mat* const* images, int count, float 
           forwardRow(c_up, inv.data(), u_up, u, n, lambda);
         }
       }
-      for (int y = h - 2; y >= 0; --y)
+      finish(h - 1, x0, n);
+      for (int y = h - 2; y >= 0; --y) {
         for (int k = 0; k < count; ++k)
           backRow(inter.ptr<float>(y) + x0, images[k]->ptr<float>(y + 1) + x0, images[k]->ptr<float>(y) + x0, n);
+        finish(y, x0, n);
+      }
     }
   });
+}
+
+/// `num` = value * weight and `den` = weight (1 when `weight` is null), both 0 where the value is
+/// NaN.
+PV_VECTOR_CLONES
+void weightRow(const float* __restrict values, const float* __restrict weight, int w, float* __restrict num,
+               float* __restrict den) {
+  for (int x = 0; x < w; ++x) {
+    const bool valid = values[x] == values[x];
+    den[x] = valid ? (weight ? weight[x] : 1.f) : 0.f;
+    num[x] = valid ? values[x] * den[x] : 0.f;
+  }
+}
+
+/// `out` = num / den, NaN where den < min_weight.
+PV_VECTOR_CLONES
+void divideRow(const float* __restrict num, const float* __restrict den, int n, float min_weight,
+               float* __restrict out) {
+  for (int x = 0; x < n; ++x) out[x] = den[x] < min_weight ? std::numeric_limits<float>::quiet_NaN() : num[x] / den[x];
 }
 
 }  // namespace
@@ -157,6 +193,36 @@ void GlobalSmoother::filter(cv::Mat* const* images, int count) const {
       lambda *= attenuation_;
     }
   }
+}
+
+cv::Mat GlobalSmoother::weightedMean(const cv::Mat& values, const cv::Mat& weight, float min_weight) const {
+  CV_Assert(values.type() == CV_32FC1 && values.size() == across_.size());
+  CV_Assert(weight.empty() || (weight.type() == CV_32FC1 && weight.size() == across_.size()));
+  const int w = values.cols;
+  cv::Mat num(values.size(), CV_32F), den(values.size(), CV_32F), inter(values.size(), CV_32F);
+  cv::Mat out(values.size(), CV_32F);
+  cv::Mat* both[] = {&num, &den};
+  // The weighted values and their weights, made row by row just before the first pass solves them.
+  const auto prepare = [&](int y) {
+    weightRow(values.ptr<float>(y), weight.empty() ? nullptr : weight.ptr<float>(y), w, num.ptr<float>(y),
+              den.ptr<float>(y));
+  };
+  const auto divide = [&](int y, int x0, int n) {
+    divideRow(num.ptr<float>(y) + x0, den.ptr<float>(y) + x0, n, min_weight, out.ptr<float>(y) + x0);
+  };
+  float lambda = lambda_;
+  for (int it = 0; it < iterations_; ++it) {
+    if (it == 0)
+      horizontalPass<2>(across_, both, lambda, prepare);
+    else
+      horizontalPass<2>(across_, both, lambda);
+    if (it + 1 == iterations_)
+      verticalPass(down_, both, 2, lambda, inter, divide);
+    else
+      verticalPass(down_, both, 2, lambda, inter);
+    lambda *= attenuation_;
+  }
+  return out;
 }
 
 }  // namespace pv::internal

@@ -169,6 +169,25 @@ TEST(DepthStages, GlobalSmootherSolvesTheSameSystemAsOpenCvs) {
       EXPECT_LT(cv::norm(ours_a, ref_a, cv::NORM_INF), 5e-3) << iterations << " " << lambda;
       EXPECT_LT(cv::norm(ours_b, ref_b, cv::NORM_INF), 1e-4) << iterations << " " << lambda;
       EXPECT_GT(cv::norm(ours_a, a, cv::NORM_INF), 1.0);  // it did smooth
+
+      // The weighted mean makes its two images and divides them inside the passes: the same as
+      // making them first, filtering and dividing after. Values a with holes, weights b.
+      cv::Mat values = a.clone();
+      values(cv::Rect(40, 20, 30, 9)).setTo(kNaN);
+      cv::Mat num(size, CV_32F), den(size, CV_32F), expected(size, CV_32F);
+      for (int i = 0; i < int(values.total()); ++i) {
+        const float v = values.at<float>(i);
+        den.at<float>(i) = v == v ? b.at<float>(i) : 0.f;
+        num.at<float>(i) = v == v ? v * den.at<float>(i) : 0.f;
+      }
+      const GlobalSmoother smoother(guide, lambda, 1.5, 0.25, iterations);
+      smoother.filter(num, den);
+      for (int i = 0; i < int(values.total()); ++i)
+        expected.at<float>(i) = den.at<float>(i) < 0.2f ? kNaN : num.at<float>(i) / den.at<float>(i);
+      const cv::Mat mean = smoother.weightedMean(values, b, 0.2f);
+      const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+      EXPECT_EQ(cv::countNonZero(bytes(mean) != bytes(expected)), 0) << iterations << " " << lambda;
+      EXPECT_GT(cv::countNonZero(invalidMask(mean)), 0);  // some weights fall short of 0.2
     }
   }
 }

@@ -23,6 +23,12 @@ class GlobalSmoother {
     filter(both, 2);
   }
 
+  /// The weighted mean smooth(weight * values) / smooth(weight) of `values` (CV_32FC1, NaN where
+  /// missing, which weighs nothing) with `weight` (CV_32FC1, empty: 1 everywhere); NaN where
+  /// smooth(weight) < `min_weight`. The same as filter() on both images, with their making and the
+  /// division done row by row within the first and the last pass.
+  cv::Mat weightedMean(const cv::Mat& values, const cv::Mat& weight, float min_weight) const;
+
  private:
   cv::Mat across_;  ///< CV_32F: -weight between (y, x) and (y, x + 1), 0 in the last column
   cv::Mat down_;    ///< CV_32F: -weight between (y, x) and (y + 1, x), 0 in the last row
