@@ -93,9 +93,15 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
   static const StripeMatcher best = pickStripeMatcher(-1);
   const StripeMatcher match_stripe = p.kernel < 0 ? best : pickStripeMatcher(p.kernel);
   CV_Assert(match_stripe != nullptr);
+  // Every stripe but the first also runs its warm-up rows, so the first takes that many more rows
+  // of its own and all finish together.
+  const int share = (h + (stripes - 1) * kSgmWarmupRows + stripes - 1) / stripes;
+  const auto first_row = [&](int s) {
+    return s == 0 ? 0 : (s == stripes ? h : std::min(h, share + (s - 1) * (share - kSgmWarmupRows)));
+  };
   cv::parallel_for_(cv::Range(0, stripes), [&](const cv::Range& range) {
     for (int s = range.start; s < range.end; ++s)
-      match_stripe(p, left, ad_left, ad_right, census_l, census_r, h * s / stripes, h * (s + 1) / stripes, result);
+      match_stripe(p, left, ad_left, ad_right, census_l, census_r, first_row(s), first_row(s + 1), result);
   });
   return result;
 }

@@ -257,6 +257,22 @@ TEST(DepthStages, MatcherFindsLeftAndRightDisparities) {
   EXPECT_NEAR(m.left_px.at<float>(79, 159), 6.f, 0.25f);
   EXPECT_NEAR(m.right_px.at<float>(40, 80), 6.f, 0.5f);
   EXPECT_NEAR(m.right_px.at<float>(0, 150), 6.f, 0.5f);
+
+  // Stripes matched side by side, their first rows balanced against the others' warm-up: every
+  // row is matched, and as on one thread but for the warm-up's last traces.
+  const auto step = mapura::test::renderStep(cv::Size(120, 300), 5.f, 13.f, cv::Rect(30, 40, 50, 200), 3);
+  params.num_disparities = 32;
+  const int threads = cv::getNumThreads();
+  cv::setNumThreads(1);
+  const SgmResult one = censusSgm(step.left, step.right, params);
+  for (const int n : {2, 3, 8}) {
+    cv::setNumThreads(n);
+    const SgmResult striped = censusSgm(step.left, step.right, params);
+    cv::Mat differs = cv::abs(striped.left_px - one.left_px) > 0.25f;
+    EXPECT_LT(cv::countNonZero(differs), int(one.left_px.total() / 100)) << n;
+    EXPECT_EQ(cv::countNonZero(validMask(striped.left_px) != validMask(one.left_px)), 0) << n;
+  }
+  cv::setNumThreads(threads);
 }
 
 TEST(DepthStages, EveryMatcherKernelGivesTheBaselineResult) {

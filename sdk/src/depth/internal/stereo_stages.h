@@ -44,6 +44,9 @@ struct SgmParameters {
                              ///< 3 AVX-512 with bit counts (tests compare them)
 };
 
+/// Rows a stripe of the matcher runs its downward paths through before its first row.
+constexpr int kSgmWarmupRows = 24;
+
 struct SgmResult {
   cv::Mat left_px;   ///< CV_32F, sub-pixel (parabola through the aggregated costs), NaN where not unique
   cv::Mat right_px;  ///< CV_32F, whole pixels (positive: the match in the left image lies at x + d)
