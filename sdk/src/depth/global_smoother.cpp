@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "depth/internal/smoother_kernels.h"
 #include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
@@ -73,21 +74,62 @@ struct NoRowStep {
   void operator()(int /*y*/, int /*x0*/, int /*n*/) const {}
 };
 
+/// Rows y0 .. y1 - 1 (at most four) by the scalar solver.
+template <int K>
+void solveScalarRows(const cv::Mat& across, cv::Mat* const* images, int y0, int y1, float lambda, float* inter) {
+  if (y1 - y0 == kRowsTogether) {
+    solveRows<K, kRowsTogether>(across, images, y0, lambda, inter);
+    return;
+  }
+  for (int y = y0; y < y1; ++y) solveRows<K, 1>(across, images, y, lambda, inter);
+}
+
+/// Whether the vector kernel of the horizontal pass runs here.
+bool rowsVectorised() {
+#if defined(PV_SMOOTHER_AVX512) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+  static const bool runs = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("x86-64-v4");
+  }();
+  return runs;
+#else
+  return false;
+#endif
+}
+
+/// Rows y0 .. y0 + 15 of two images by the vector kernel.
+void solveSixteenRows(const cv::Mat& across, cv::Mat* const* images, int y0, float lambda, float* scratch) {
+  const float* c[16];
+  float *u0[16], *u1[16];
+  for (int i = 0; i < 16; ++i) {
+    c[i] = across.ptr<float>(y0 + i);
+    u0[i] = images[0]->ptr<float>(y0 + i);
+    u1[i] = images[1]->ptr<float>(y0 + i);
+  }
+  smoother_kernels::solveRows16x2(c, u0, u1, across.cols, lambda, scratch);
+}
+
 /// The horizontal pass; `prepare(y)` runs just before row y is solved (while the row is still in
 /// the cache once solved).
 template <int K, typename Prepare = NoRowStep>
-void horizontalPass(const cv::Mat& across, cv::Mat* const* images, float lambda, const Prepare& prepare = {}) {
-  const int groups = (across.rows + kRowsTogether - 1) / kRowsTogether;
+void horizontalPass(const cv::Mat& across, cv::Mat* const* images, float lambda, bool vectorised,
+                    const Prepare& prepare = {}) {
+  // Two images go sixteen rows at a time through the vector kernel where it runs, the rows left
+  // over (and other counts) through the scalar one, four rows side by side.
+  constexpr int kSixteen = 16;
+  const int rows_per_group = K == 2 && vectorised && rowsVectorised() ? kSixteen : kRowsTogether;
+  const int groups = (across.rows + rows_per_group - 1) / rows_per_group;
   cv::parallel_for_(cv::Range(0, groups), [&](const cv::Range& range) {
-    std::vector<float> inter(size_t(kRowsTogether) * size_t(across.cols));
+    std::vector<float> inter(size_t(rows_per_group == kSixteen ? 3 * kSixteen : kRowsTogether) * size_t(across.cols));
     for (int g = range.start; g < range.end; ++g) {
-      const int y0 = g * kRowsTogether;
-      for (int y = y0; y < std::min(y0 + kRowsTogether, across.rows); ++y) prepare(y);
-      if (y0 + kRowsTogether <= across.rows) {
-        solveRows<K, kRowsTogether>(across, images, y0, lambda, inter.data());
-      } else {
-        for (int y = y0; y < across.rows; ++y) solveRows<K, 1>(across, images, y, lambda, inter.data());
+      const int y_start = g * rows_per_group, y_end = std::min(y_start + rows_per_group, across.rows);
+      for (int y = y_start; y < y_end; ++y) prepare(y);
+      if (rows_per_group == kSixteen && y_end - y_start == kSixteen) {
+        solveSixteenRows(across, images, y_start, lambda, inter.data());
+        continue;
       }
+      for (int y0 = y_start; y0 < y_end; y0 += kRowsTogether)
+        solveScalarRows<K>(across, images, y0, std::min(y0 + kRowsTogether, y_end), lambda, inter.data());
     }
   });
 }
@@ -186,9 +228,9 @@ void GlobalSmoother::filter(cv::Mat* const* images, int count) const {
     float lambda = lambda_;
     for (int it = 0; it < iterations_; ++it) {
       if (k == 2)
-        horizontalPass<2>(across_, images + first, lambda);
+        horizontalPass<2>(across_, images + first, lambda, vectorised_);
       else
-        horizontalPass<1>(across_, images + first, lambda);
+        horizontalPass<1>(across_, images + first, lambda, vectorised_);
       verticalPass(down_, images + first, k, lambda, inter);
       lambda *= attenuation_;
     }
@@ -213,9 +255,9 @@ cv::Mat GlobalSmoother::weightedMean(const cv::Mat& values, const cv::Mat& weigh
   float lambda = lambda_;
   for (int it = 0; it < iterations_; ++it) {
     if (it == 0)
-      horizontalPass<2>(across_, both, lambda, prepare);
+      horizontalPass<2>(across_, both, lambda, vectorised_, prepare);
     else
-      horizontalPass<2>(across_, both, lambda);
+      horizontalPass<2>(across_, both, lambda, vectorised_);
     if (it + 1 == iterations_)
       verticalPass(down_, both, 2, lambda, inter, divide);
     else

@@ -33,6 +33,13 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQ
                               PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4;-mavx512vpopcntdq")
   set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp APPEND PROPERTY COMPILE_DEFINITIONS
                PV_REFINE_AVX512)
+  # The smoother's horizontal pass, sixteen rows at a time; without fused multiply-adds, so that it
+  # computes exactly what the scalar pass computes.
+  target_sources(pv_pavo PRIVATE ${CMAKE_CURRENT_LIST_DIR}/global_smoother_avx512.cpp)
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/global_smoother_avx512.cpp
+                              PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4;-ffp-contract=off")
+  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+               PV_SMOOTHER_AVX512)
 endif()
 
 # The row loops of these files select with comparisons (NaN marks invalid pixels); without trapping
@@ -43,5 +50,6 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
                       ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp ${CMAKE_CURRENT_LIST_DIR}/census.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/stereo_engine.cpp ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp
+                      ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp
                APPEND PROPERTY COMPILE_OPTIONS "-fno-trapping-math")
 endif()

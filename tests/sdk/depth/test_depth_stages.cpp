@@ -188,6 +188,12 @@ TEST(DepthStages, GlobalSmootherSolvesTheSameSystemAsOpenCvs) {
       const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
       EXPECT_EQ(cv::countNonZero(bytes(mean) != bytes(expected)), 0) << iterations << " " << lambda;
       EXPECT_GT(cv::countNonZero(invalidMask(mean)), 0);  // some weights fall short of 0.2
+
+      // Sixteen rows at a time in the vector kernel (where the CPU runs it) or four in the scalar
+      // one: the same numbers, also in the rows and columns left over.
+      GlobalSmoother scalar(guide, lambda, 1.5, 0.25, iterations);
+      scalar.useScalarRows();
+      EXPECT_EQ(cv::countNonZero(bytes(scalar.weightedMean(values, b, 0.2f)) != bytes(mean)), 0);
     }
   }
 }

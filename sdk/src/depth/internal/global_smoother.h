@@ -29,12 +29,16 @@ class GlobalSmoother {
   /// division done row by row within the first and the last pass.
   cv::Mat weightedMean(const cv::Mat& values, const cv::Mat& weight, float min_weight) const;
 
+  /// Keeps the horizontal passes off the vector kernel (tests compare the two).
+  void useScalarRows() { vectorised_ = false; }
+
  private:
   cv::Mat across_;  ///< CV_32F: -weight between (y, x) and (y, x + 1), 0 in the last column
   cv::Mat down_;    ///< CV_32F: -weight between (y, x) and (y + 1, x), 0 in the last row
   float lambda_;
   float attenuation_;
   int iterations_;
+  bool vectorised_ = true;
 };
 
 }  // namespace pv::internal
