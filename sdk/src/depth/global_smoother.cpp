@@ -164,12 +164,17 @@ template <typename Finish = NoRowStep>
 void verticalPass(const cv::Mat& down, cv::Mat* const* images, int count, float lambda, cv::Mat& inter,
                   const Finish& finish = {}) {
   const int h = down.rows, w = down.cols;
-  const int blocks = (w + kColumnBlock - 1) / kColumnBlock;
+  // Blocks of at most kColumnBlock columns (a multiple of 16), as many as a multiple of the thread
+  // count, so that the threads get about the same width.
+  const int threads = std::max(1, cv::getNumThreads());
+  const int wanted = threads * ((w + threads * kColumnBlock - 1) / (threads * kColumnBlock));
+  const int block = std::min(kColumnBlock, ((w + wanted - 1) / wanted + 15) / 16 * 16);
+  const int blocks = (w + block - 1) / block;
   cv::parallel_for_(cv::Range(0, blocks), [&](const cv::Range& range) {
-    std::vector<float> inv(kColumnBlock);
-    std::vector<float> zero(kColumnBlock, 0.f);
+    std::vector<float> inv(static_cast<size_t>(block));
+    std::vector<float> zero(static_cast<size_t>(block), 0.f);
     for (int b = range.start; b < range.end; ++b) {
-      const int x0 = b * kColumnBlock, n = std::min(kColumnBlock, w - x0);
+      const int x0 = b * block, n = std::min(block, w - x0);
       for (int y = 0; y < h; ++y) {
         const float* c_up = y > 0 ? down.ptr<float>(y - 1) + x0 : zero.data();
         const float* inter_up = y > 0 ? inter.ptr<float>(y - 1) + x0 : zero.data();
