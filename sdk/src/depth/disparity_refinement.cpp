@@ -53,15 +53,15 @@ void offsetCostsRow(const uint32_t* left, const uint32_t* right, const float* pr
 /// offsets known at compile time. The offsets are walked one after the other over the whole row
 /// (`lowest`, `best`, `a`, `b`: a row each), so that every loop over x is a plain vector loop.
 template <int K>
-PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int width, int* lowest, int* best, int* a,
-                          int* b, float* out) {
+PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int width, uint16_t* lowest, uint16_t* best,
+                          uint16_t* a, uint16_t* b, float* out) {
   for (int x = 0; x < width; ++x) lowest[x] = cost[0][x], best[x] = 0;
   for (int k = 1; k < K; ++k) {
     const uint16_t* c = cost[k];
 #pragma GCC ivdep
     for (int x = 0; x < width; ++x) {
-      const int v = c[x];
-      best[x] = v < lowest[x] ? k : best[x];
+      const uint16_t v = c[x];
+      best[x] = v < lowest[x] ? uint16_t(k) : best[x];
       lowest[x] = v < lowest[x] ? v : lowest[x];
     }
   }
@@ -71,13 +71,13 @@ PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int w
     const uint16_t* c = cost[k];
 #pragma GCC ivdep
     for (int x = 0; x < width; ++x) {
-      a[x] = best[x] == k + 1 ? int(c[x]) : a[x];
-      b[x] = best[x] == k - 1 ? int(c[x]) : b[x];
+      a[x] = best[x] == k + 1 ? c[x] : a[x];
+      b[x] = best[x] == k - 1 ? c[x] : b[x];
     }
   }
 #pragma GCC ivdep
   for (int x = 0; x < width; ++x) {
-    const int higher = a[x] > b[x] ? a[x] : b[x], rise = higher - lowest[x];
+    const int higher = a[x] > b[x] ? a[x] : b[x], rise = higher - int(lowest[x]);
     const bool inner = (best[x] > 0) & (best[x] < K - 1) & (rise > 0);
     const float offset = inner ? 0.5f * static_cast<float>(a[x] - b[x]) / static_cast<float>(rise > 1 ? rise : 1) : 0.f;
     const float d = static_cast<float>(static_cast<int>(prior[x] + 0.5f) - K / 2 + best[x]) + offset;
@@ -86,8 +86,8 @@ PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int w
 }
 
 PV_VECTOR_CLONES
-void selectRow(const uint16_t* const* cost, const float* prior, int width, int radius, int* scratch, float* out) {
-  int *lowest = scratch, *best = scratch + width, *a = scratch + 2 * width, *b = scratch + 3 * width;
+void selectRow(const uint16_t* const* cost, const float* prior, int width, int radius, uint16_t* scratch, float* out) {
+  uint16_t *lowest = scratch, *best = scratch + width, *a = scratch + 2 * width, *b = scratch + 3 * width;
   switch (radius) {
     case 1: selectRowK<3>(cost, prior, width, lowest, best, a, b, out); break;
     case 2: selectRowK<5>(cost, prior, width, lowest, best, a, b, out); break;
@@ -101,7 +101,7 @@ struct BoxRows {
   int K, w, window;
   std::vector<uint8_t> costs;
   std::vector<uint16_t> down, box;
-  std::vector<int> scratch;
+  std::vector<uint16_t> scratch;
   BoxRows(int k, int width, int win)
       : K(k),
         w(width),
