@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "depth/internal/stereo_stages.h"
+#include "depth/internal/vector_clones.h"
 
 namespace pv::internal {
 
@@ -18,34 +19,67 @@ constexpr float kContrastScale = 6.f;
 constexpr float kDoubtToDisagreement = 4.f;
 }  // namespace
 
+namespace {
+
+/// `hi` and `lo`: the largest and smallest valid value of `row` within one column on each side
+/// (-1e9 and 1e9 where there is none). `guarded` holds 2 * (w + 2) floats.
+PV_INLINE void spreadAcross(const float* __restrict row, int w, float* __restrict guarded, float* __restrict hi,
+                            float* __restrict lo) {
+  float* __restrict g_hi = guarded;
+  float* __restrict g_lo = guarded + (w + 2);
+  g_hi[0] = g_hi[w + 1] = -1e9f;
+  g_lo[0] = g_lo[w + 1] = 1e9f;
+  for (int x = 0; x < w; ++x) {
+    const float v = row[x];
+    g_hi[x + 1] = v == v ? v : -1e9f;
+    g_lo[x + 1] = v == v ? v : 1e9f;
+  }
+  for (int x = 0; x < w; ++x) {
+    hi[x] = std::max(std::max(g_hi[x], g_hi[x + 1]), g_hi[x + 2]);
+    lo[x] = std::min(std::min(g_lo[x], g_lo[x + 1]), g_lo[x + 2]);
+  }
+}
+
+/// One row of disparityConfidence: `rows` are the disparity rows y - 1, y, y + 1 (null beyond the
+/// image); `scratch` holds 8 * w + 4 floats.
+PV_VECTOR_CLONES
+void confidenceRow(const float* const* rows, const float* __restrict lr, int w, float* scratch, float* __restrict out) {
+  float* hi = scratch;
+  float* lo = scratch + 3 * w;
+  float* guarded = scratch + 6 * w;
+  for (int r = 0; r < 3; ++r) {
+    if (rows[r]) {
+      spreadAcross(rows[r], w, guarded, hi + r * w, lo + r * w);
+    } else {
+      std::fill(hi + r * w, hi + (r + 1) * w, -1e9f);
+      std::fill(lo + r * w, lo + (r + 1) * w, 1e9f);
+    }
+  }
+  const float* __restrict d = rows[1];
+  for (int x = 0; x < w; ++x) {
+    const float top = std::max(std::max(hi[x], hi[w + x]), hi[2 * w + x]);
+    const float bottom = std::min(std::min(lo[x], lo[w + x]), lo[2 * w + x]);
+    float doubt = (top - bottom) / kRoughnessForFullDoubt;
+    if (lr) doubt = std::max(doubt, lr[x] == lr[x] ? lr[x] / kLrDiffForFullDoubt : 0.f);
+    out[x] = d[x] == d[x] ? 1.f + 99.f * std::min(doubt, 1.f) : std::numeric_limits<float>::quiet_NaN();
+  }
+}
+
+}  // namespace
+
 cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px) {
   CV_Assert(disparity_px.type() == CV_32F);
   CV_Assert(lr_diff_px.empty() || (lr_diff_px.size() == disparity_px.size() && lr_diff_px.type() == CV_32F));
   // The 3x3 spread of the valid values: invalid pixels lose every maximum and every minimum.
-  cv::Mat highs(disparity_px.size(), CV_32F), lows(disparity_px.size(), CV_32F);
-  forEachRow(disparity_px.rows, [&](int y) {
-    const float* d = disparity_px.ptr<float>(y);
-    float* hi = highs.ptr<float>(y);
-    float* lo = lows.ptr<float>(y);
-    for (int x = 0; x < disparity_px.cols; ++x) {
-      const bool valid = d[x] == d[x];
-      hi[x] = valid ? d[x] : -1e9f;
-      lo[x] = valid ? d[x] : 1e9f;
-    }
-  });
-  cv::dilate(highs, highs, cv::Mat());
-  cv::erode(lows, lows, cv::Mat());
+  const int w = disparity_px.cols, h = disparity_px.rows;
   cv::Mat conf(disparity_px.size(), CV_32F);
-  forEachRow(disparity_px.rows, [&](int y) {
-    const float* d = disparity_px.ptr<float>(y);
-    const float* hi = highs.ptr<float>(y);
-    const float* lo = lows.ptr<float>(y);
-    const float* lr = lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y);
-    float* out = conf.ptr<float>(y);
-    for (int x = 0; x < disparity_px.cols; ++x) {
-      float doubt = (hi[x] - lo[x]) / kRoughnessForFullDoubt;
-      if (lr) doubt = std::max(doubt, lr[x] == lr[x] ? lr[x] / kLrDiffForFullDoubt : 0.f);
-      out[x] = d[x] == d[x] ? 1.f + 99.f * std::min(doubt, 1.f) : std::numeric_limits<float>::quiet_NaN();
+  cv::parallel_for_(cv::Range(0, h), [&](const cv::Range& range) {
+    std::vector<float> scratch(8 * static_cast<size_t>(w) + 4);
+    for (int y = range.start; y < range.end; ++y) {
+      const float* rows[3] = {y > 0 ? disparity_px.ptr<float>(y - 1) : nullptr, disparity_px.ptr<float>(y),
+                              y + 1 < h ? disparity_px.ptr<float>(y + 1) : nullptr};
+      confidenceRow(rows, lr_diff_px.empty() ? nullptr : lr_diff_px.ptr<float>(y), w, scratch.data(),
+                    conf.ptr<float>(y));
     }
   });
   return conf;

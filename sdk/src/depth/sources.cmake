@@ -42,6 +42,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQ
                PV_SMOOTHER_AVX512)
 endif()
 
+# The confidence is the same on every CPU: its vector clones make no fused multiply-adds.
+if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp APPEND PROPERTY COMPILE_OPTIONS "-ffp-contract=off")
+endif()
+
 # The row loops of these files select with comparisons (NaN marks invalid pixels); without trapping
 # floating point (nothing here reads the exception flags) the compiler turns them into vector
 # blends instead of branches.
