@@ -30,8 +30,9 @@ class TestWorker : public QObject {
   bool scanRecording(WorkerRun& run, int filter, bool fused, int memory_mb = 2048) {
     ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
     if (run.open(false) != 0) return false;
-    run.start();
-    run.worker->startScan(3.5f, 0.05f, filter, fused, memory_mb);
+    // Started before the worker's first step: the scan reads the recording from its first frame
+    // (a preview step first would take that frame, as a user's preview does).
+    run.start([&] { run.worker->startScan(3.5f, 0.05f, filter, fused, memory_mb); });
     return true;
   }
   static QStringList filesIn(const QString& dir) { return QDir(dir).entryList(QDir::Files, QDir::Name); }

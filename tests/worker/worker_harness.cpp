@@ -51,8 +51,9 @@ int WorkerRun::open(bool live) {
   return w->initPAVO(live);
 }
 
-void WorkerRun::start() {
+void WorkerRun::start(const std::function<void()>& before_thread) {
   worker->init();
+  if (before_thread) before_thread();
   view = std::make_unique<ViewStandIn>(worker.get());
   thread = std::make_unique<QThread>();
   worker->moveToThread(thread.get());

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QThread>
 #include <QTimer>
+#include <functional>
 #include <memory>
 
 #include "InputThreadModul.h"
@@ -43,7 +44,9 @@ struct WorkerRun {
   /// Opens the input (live or KTR_FILE_PATH); returns initPAVO's result.
   int open(bool live);
   /// init(), the view stand-in, the thread started on work(); autoEnd sets the end-of-scan state.
-  void start();
+  /// `before_thread` runs after init() and before the thread starts (a scan started there begins
+  /// with the worker's first step, before any preview grab can take a frame).
+  void start(const std::function<void()>& before_thread = nullptr);
   /// Waits (processing events) until `done` returns true or `timeout_ms` passes.
   template <typename F>
   bool waitFor(F done, int timeout_ms);
