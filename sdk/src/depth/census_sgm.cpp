@@ -12,6 +12,7 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "core/internal/cpu_features.h"
 #include "depth/internal/stereo_stages.h"
 
 namespace pv::internal {
@@ -54,11 +55,10 @@ std::vector<Kernel> kernels() {
                         {sgm_avx2::matchStripe, false},
                         {sgm_avx512::matchStripe, false},
                         {sgm_avx512_popcount::matchStripe, false}};
-#if defined(PV_SGM_ISA_BUILDS) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-  __builtin_cpu_init();
-  k[1].runs = __builtin_cpu_supports("x86-64-v3");
-  k[2].runs = __builtin_cpu_supports("x86-64-v4");
-  k[3].runs = k[2].runs && __builtin_cpu_supports("avx512vpopcntdq");
+#if defined(PV_SGM_ISA_BUILDS)
+  k[1].runs = cpuRuns(CpuLevel::kAvx2);
+  k[2].runs = cpuRuns(CpuLevel::kAvx512);
+  k[3].runs = cpuRuns(CpuLevel::kAvx512Popcount);
 #endif
   return k;
 }

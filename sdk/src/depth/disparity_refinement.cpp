@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "core/internal/cpu_features.h"
 #include "depth/internal/refine_costs.h"
 #include "depth/internal/stereo_stages.h"
 #include "depth/internal/vector_clones.h"
@@ -21,12 +22,8 @@ using refine_kernels::kNeutralCost;
 
 /// Whether the vector kernel of the offset costs runs here.
 bool offsetCostsVectorised() {
-#if defined(PV_REFINE_AVX512) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-  static const bool runs = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("x86-64-v4") && __builtin_cpu_supports("avx512vpopcntdq");
-  }();
-  return runs;
+#if defined(PV_REFINE_AVX512)
+  return cpuRuns(CpuLevel::kAvx512Popcount);
 #else
   return false;
 #endif

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/internal/cpu_features.h"
 #include "depth/internal/smoother_kernels.h"
 #include "depth/internal/vector_clones.h"
 
@@ -86,12 +87,8 @@ void solveScalarRows(const cv::Mat& across, cv::Mat* const* images, int y0, int 
 
 /// Whether the vector kernel of the horizontal pass runs here.
 bool rowsVectorised() {
-#if defined(PV_SMOOTHER_AVX512) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-  static const bool runs = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("x86-64-v4");
-  }();
-  return runs;
+#if defined(PV_SMOOTHER_AVX512)
+  return cpuRuns(CpuLevel::kAvx512);
 #else
   return false;
 #endif

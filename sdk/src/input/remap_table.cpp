@@ -4,15 +4,12 @@
 #include <cstring>
 #include <opencv2/imgproc.hpp>
 
+#include "core/internal/cpu_features.h"
 namespace pv::internal {
 
 bool RemapTable::vectorised() {
-#if defined(PV_REMAP_AVX512) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-  static const bool runs = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("x86-64-v4") != 0;
-  }();
-  return runs;
+#if defined(PV_REMAP_AVX512)
+  return cpuRuns(CpuLevel::kAvx512);
 #else
   return false;
 #endif

@@ -1,0 +1,19 @@
+#include "core/internal/cpu_features.h"
+
+namespace pv::internal {
+
+CpuLevel cpuLevel() {
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+  static const CpuLevel level = [] {
+    __builtin_cpu_init();
+    if (!__builtin_cpu_supports("x86-64-v3")) return CpuLevel::kBaseline;
+    if (!__builtin_cpu_supports("x86-64-v4")) return CpuLevel::kAvx2;
+    return __builtin_cpu_supports("avx512vpopcntdq") ? CpuLevel::kAvx512Popcount : CpuLevel::kAvx512;
+  }();
+  return level;
+#else
+  return CpuLevel::kBaseline;
+#endif
+}
+
+}  // namespace pv::internal
