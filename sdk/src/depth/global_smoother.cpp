@@ -211,6 +211,25 @@ void divideRow(const float* __restrict num, const float* __restrict den, int n, 
   for (int x = 0; x < n; ++x) out[x] = den[x] < min_weight ? std::numeric_limits<float>::quiet_NaN() : num[x] / den[x];
 }
 
+/// The smoother's iterations on K images, lambda shrinking by `attenuation` after each;
+/// `prepare` runs inside the first horizontal pass, `finish` inside the last vertical one.
+template <int K, typename Prepare = NoRowStep, typename Finish = NoRowStep>
+void runPasses(const cv::Mat& across, const cv::Mat& down, cv::Mat* const* images, float lambda, float attenuation,
+               int iterations, bool vectorised, const Prepare& prepare = {}, const Finish& finish = {}) {
+  cv::Mat inter(across.size(), CV_32F);
+  for (int it = 0; it < iterations; ++it) {
+    if (it == 0)
+      horizontalPass<K>(across, images, lambda, vectorised, prepare);
+    else
+      horizontalPass<K>(across, images, lambda, vectorised);
+    if (it + 1 == iterations)
+      verticalPass(down, images, K, lambda, inter, finish);
+    else
+      verticalPass(down, images, K, lambda, inter);
+    lambda *= attenuation;
+  }
+}
+
 }  // namespace
 
 GlobalSmoother::GlobalSmoother(const cv::Mat& guide_gray, double lambda, double sigma_color, double lambda_attenuation,
@@ -224,18 +243,11 @@ GlobalSmoother::GlobalSmoother(const cv::Mat& guide_gray, double lambda, double 
 
 void GlobalSmoother::filter(cv::Mat* const* images, int count) const {
   for (int i = 0; i < count; ++i) CV_Assert(images[i]->type() == CV_32FC1 && images[i]->size() == across_.size());
-  cv::Mat inter(across_.size(), CV_32F);
   for (int first = 0; first < count; first += kMaxImages) {
-    const int k = std::min(kMaxImages, count - first);
-    float lambda = lambda_;
-    for (int it = 0; it < iterations_; ++it) {
-      if (k == 2)
-        horizontalPass<2>(across_, images + first, lambda, vectorised_);
-      else
-        horizontalPass<1>(across_, images + first, lambda, vectorised_);
-      verticalPass(down_, images + first, k, lambda, inter);
-      lambda *= attenuation_;
-    }
+    if (count - first >= 2)
+      runPasses<2>(across_, down_, images + first, lambda_, attenuation_, iterations_, vectorised_);
+    else
+      runPasses<1>(across_, down_, images + first, lambda_, attenuation_, iterations_, vectorised_);
   }
 }
 
@@ -243,8 +255,7 @@ cv::Mat GlobalSmoother::weightedMean(const cv::Mat& values, const cv::Mat& weigh
   CV_Assert(values.type() == CV_32FC1 && values.size() == across_.size());
   CV_Assert(weight.empty() || (weight.type() == CV_32FC1 && weight.size() == across_.size()));
   const int w = values.cols;
-  cv::Mat num(values.size(), CV_32F), den(values.size(), CV_32F), inter(values.size(), CV_32F);
-  cv::Mat out(values.size(), CV_32F);
+  cv::Mat num(values.size(), CV_32F), den(values.size(), CV_32F), out(values.size(), CV_32F);
   cv::Mat* both[] = {&num, &den};
   // The weighted values and their weights, made row by row just before the first pass solves them.
   const auto prepare = [&](int y) {
@@ -254,18 +265,7 @@ cv::Mat GlobalSmoother::weightedMean(const cv::Mat& values, const cv::Mat& weigh
   const auto divide = [&](int y, int x0, int n) {
     divideRow(num.ptr<float>(y) + x0, den.ptr<float>(y) + x0, n, min_weight, out.ptr<float>(y) + x0);
   };
-  float lambda = lambda_;
-  for (int it = 0; it < iterations_; ++it) {
-    if (it == 0)
-      horizontalPass<2>(across_, both, lambda, vectorised_, prepare);
-    else
-      horizontalPass<2>(across_, both, lambda, vectorised_);
-    if (it + 1 == iterations_)
-      verticalPass(down_, both, 2, lambda, inter, divide);
-    else
-      verticalPass(down_, both, 2, lambda, inter);
-    lambda *= attenuation_;
-  }
+  runPasses<2>(across_, down_, both, lambda_, attenuation_, iterations_, vectorised_, prepare, divide);
   return out;
 }
 
