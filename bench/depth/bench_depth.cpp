@@ -43,7 +43,9 @@ double cpuMs() {
   return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) * 1e-6;
 }
 
+/// The median, 0 for no values (a skipped baseline).
 double median(std::vector<double> v) {
+  if (v.empty()) return 0.0;
   std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
   return v[v.size() / 2];
 }
@@ -118,9 +120,8 @@ int main(int argc, char** argv) {
   const double rectification_ms = median(rect_ms);
   std::printf("%-12s %8.2f ms\n", "rectify", rectification_ms);
 
-  std::vector<double> base_ms{0.0}, base_cpu{0.0};
+  std::vector<double> base_ms, base_cpu;
   if (baseline_frames < 0) baseline_frames = frames;
-  if (baseline_frames > 0) base_ms.clear(), base_cpu.clear();
   for (int i = 0; i < baseline_frames; ++i) {
     const auto t0 = Clock::now();
     const double c0 = cpuMs();

@@ -17,9 +17,10 @@ constexpr float kLrDiffForFullDoubt = 2.f;
 constexpr float kContrastScale = 6.f;
 // Pixels of full doubt weigh as little as ones whose views disagree by this many pixels.
 constexpr float kDoubtToDisagreement = 4.f;
-}  // namespace
 
-namespace {
+void orInto(const uchar* __restrict from, uchar* __restrict to, int n) {
+  for (int x = 0; x < n; ++x) to[x] |= from[x];
+}
 
 /// `hi` and `lo`: the largest and smallest valid value of `row` within one column on each side
 /// (-1e9 and 1e9 where there is none). `guarded` holds 2 * (w + 2) floats.
@@ -120,12 +121,6 @@ cv::Mat textureConfidence(const cv::Mat& gray) {
   cv::exp(-sigma / kContrastScale, doubt);
   return cv::max(100.f * doubt, 1.f);
 }
-
-namespace {
-void orInto(const uchar* __restrict from, uchar* __restrict to, int n) {
-  for (int x = 0; x < n; ++x) to[x] |= from[x];
-}
-}  // namespace
 
 cv::Mat saturationMask(const cv::Mat& gray) {
   CV_Assert(gray.type() == CV_8UC1);

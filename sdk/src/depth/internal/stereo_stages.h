@@ -48,7 +48,7 @@ struct SgmParameters {
 constexpr int kSgmWarmupRows = 24;
 
 struct SgmResult {
-  cv::Mat left_px;   ///< CV_32F, sub-pixel (parabola through the aggregated costs), NaN where not unique
+  cv::Mat left_px;   ///< CV_32F, sub-pixel (equiangular fit through the aggregated costs), NaN where not unique
   cv::Mat right_px;  ///< CV_32F, whole pixels (positive: the match in the left image lies at x + d)
 };
 
@@ -60,7 +60,7 @@ bool sgmKernelRuns(int kernel);
 
 /// Disparity of the left image searched only within `radius` pixels of a prior (CV_32F at this
 /// level, NaN where unknown), the census costs (census_left/right, of this level's pair) summed
-/// over a `window` x `window` box; sub-pixel by a parabola (disparity_refinement.cpp). NaN where
+/// over a `window` x `window` box; sub-pixel by an equiangular fit (disparity_refinement.cpp). NaN where
 /// the prior is NaN. `vectorised` false keeps the costs off the vector kernel (tests compare).
 cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
                         int window, bool vectorised = true);
