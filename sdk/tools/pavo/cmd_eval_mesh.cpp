@@ -96,8 +96,9 @@ int runEvalMesh(int argc, char** argv) {
   std::string seen_how = "within " + std::to_string(seen_radius).substr(0, 4) + " m of the map";
   if (args.has("recording")) {
     if (!trueVisibility(args.get("recording"), frames, why)) return pavo::failure(kName, why);
+    // Captured by value: the lambda runs after this block has ended.
     const Eigen::Matrix3f to_image = pv::internal::basisFromImage(pv::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP).transpose();
-    seen = [&frames, &to_image, range](const Eigen::Vector3f& p) {
+    seen = [&frames, to_image, range](const Eigen::Vector3f& p) {
       return pv::internal::visibleInAny(frames, to_image * p, 1, 0.02f, float(range));
     };
     seen_how = "shown by the true depth of " + std::to_string(frames.size()) + " frames within " +
