@@ -26,6 +26,7 @@ struct KtrReader::Impl {
   AVPacket* packet = nullptr;
   AVFrame* frame = nullptr;
   SwsContext* sws = nullptr;
+  cv::Mat coded;  // odd sizes: the decoded frame with its padding
   int stream = -1;
   KtrMetadata metadata;
   std::vector<PacketEntry> index;
@@ -160,7 +161,7 @@ ERROR_CODE KtrReader::open(const std::string& path) {
     return fail(err, path + ": " + why.substr(why.find(": ") + 2));
   }
   const AVCodecParameters* par = s.fmt->streams[s.stream]->codecpar;
-  if (par->width != 2 * s.metadata.width || par->height != s.metadata.height) {
+  if (par->width != 2 * ktrCodedSize(s.metadata.width) || par->height != ktrCodedSize(s.metadata.height)) {
     s.release();
     return fail(ERROR_CODE::INVALID_KTR_FILE, path + ": the video size does not match pavo.json");
   }
@@ -235,8 +236,9 @@ ERROR_CODE KtrReader::read(cv::Mat& out, int64_t& timestamp_ns, int& index) {
     break;
   }
   AVFrame* f = s.frame;
-  if (f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT) || f->width != 2 * s.metadata.width ||
-      f->height != s.metadata.height) {
+  const int w = s.metadata.width, h = s.metadata.height;
+  if (f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT) || f->width != 2 * ktrCodedSize(w) ||
+      f->height != ktrCodedSize(h)) {
     av_frame_unref(f);
     s.next = target + 1;
     return fail(ERROR_CODE::CORRUPTED_FRAME, "frame " + std::to_string(target) + " is damaged");
@@ -244,10 +246,19 @@ ERROR_CODE KtrReader::read(cv::Mat& out, int64_t& timestamp_ns, int& index) {
   s.sws = sws_getCachedContext(s.sws, f->width, f->height, AVPixelFormat(f->format), f->width, f->height,
                                s.bgra ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24, SWS_BILINEAR, nullptr, nullptr, nullptr);
   if (!s.sws) return fail(ERROR_CODE::FAILURE, "cannot convert the decoded frame");
-  out.create(f->height, f->width, s.bgra ? CV_8UC4 : CV_8UC3);
-  uint8_t* dst[1] = {out.data};
-  const int dst_stride[1] = {int(out.step)};
+  const int type = s.bgra ? CV_8UC4 : CV_8UC3;
+  const bool padded = f->width != 2 * w || f->height != h;
+  cv::Mat& coded = padded ? s.coded : out;
+  coded.create(f->height, f->width, type);
+  uint8_t* dst[1] = {coded.data};
+  const int dst_stride[1] = {int(coded.step)};
   sws_scale(s.sws, f->data, f->linesize, 0, f->height, dst, dst_stride);
+  if (padded) {
+    // Odd sizes: the eyes without the columns and rows that only the codec needed.
+    out.create(h, 2 * w, type);
+    for (int eye = 0; eye < 2; ++eye)
+      coded(cv::Rect(eye * (f->width / 2), 0, w, h)).copyTo(out(cv::Rect(eye * w, 0, w, h)));
+  }
   timestamp_ns = s.metadata.time_origin_ns + s.index[size_t(target)].pts * 1000000;
   index = target;
   s.next = target + 1;

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <vector>
 
 #include "core/internal/error.h"
@@ -68,6 +70,7 @@ struct KtrWriter::Impl {
   SwsContext* sws = nullptr;
   AVFrame* frame = nullptr;
   AVPacket* packet = nullptr;
+  cv::Mat padded;  // odd sizes: the frame grown to the coded size
   KtrMetadata metadata;
   int frames = 0;
   int64_t last_pts = -1;
@@ -112,8 +115,8 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   s = Impl();
   s.path = path;
   s.metadata = metadata;
-  if (metadata.width < 16 || metadata.height < 16 || metadata.width % 2 || metadata.height % 2 || metadata.fps <= 0)
-    return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "a recording needs an even size of at least 16x16 and a rate");
+  if (metadata.width < 16 || metadata.height < 16 || metadata.fps <= 0)
+    return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "a recording needs a size of at least 16x16 and a rate");
   const AVCodec* codec = nullptr;
   AVPixelFormat pix = AV_PIX_FMT_YUV420P;
   if (mode == KTR_COMPRESSION_MODE::LOSSLESS) {
@@ -138,8 +141,8 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
     s.release();
     return fail(ERROR_CODE::NOT_ENOUGH_MEMORY, "cannot allocate the encoder");
   }
-  s.enc->width = 2 * metadata.width;
-  s.enc->height = metadata.height;
+  s.enc->width = 2 * ktrCodedSize(metadata.width);
+  s.enc->height = ktrCodedSize(metadata.height);
   s.enc->pix_fmt = pix;
   s.enc->time_base = AVRational{1, 1000};
   s.enc->framerate = av_d2q(metadata.fps, 100000);
@@ -215,12 +218,25 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
 ERROR_CODE KtrWriter::write(const cv::Mat& image, int64_t timestamp_ns) {
   Impl& s = *impl_;
   if (!s.fmt) return fail(ERROR_CODE::KTR_RECORDING_ERROR, "the recording is not open");
-  if (image.type() != CV_8UC3 || image.cols != s.enc->width || image.rows != s.enc->height)
+  const int w = s.metadata.width, h = s.metadata.height;
+  if (image.type() != CV_8UC3 || image.cols != 2 * w || image.rows != h)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "the frame does not match the recording's size");
   if (av_frame_make_writable(s.frame) < 0) return fail(ERROR_CODE::NOT_ENOUGH_MEMORY, "cannot reuse the frame");
-  const uint8_t* src[1] = {image.data};
-  const int src_stride[1] = {int(image.step)};
-  sws_scale(s.sws, src, src_stride, 0, image.rows, s.frame->data, s.frame->linesize);
+  const cv::Mat* coded = &image;
+  if (s.enc->width != image.cols || s.enc->height != image.rows) {
+    // Odd sizes: each eye grows by its last column and row to the codec's even size.
+    const int eye_w = s.enc->width / 2;
+    s.padded.create(s.enc->height, s.enc->width, CV_8UC3);
+    for (int eye = 0; eye < 2; ++eye) {
+      cv::Mat dst = s.padded(cv::Rect(eye * eye_w, 0, eye_w, s.enc->height));
+      cv::copyMakeBorder(image(cv::Rect(eye * w, 0, w, h)), dst, 0, s.enc->height - h, 0, eye_w - w,
+                         cv::BORDER_REPLICATE);
+    }
+    coded = &s.padded;
+  }
+  const uint8_t* src[1] = {coded->data};
+  const int src_stride[1] = {int(coded->step)};
+  sws_scale(s.sws, src, src_stride, 0, coded->rows, s.frame->data, s.frame->linesize);
   int64_t pts = std::max<int64_t>(0, (timestamp_ns - s.metadata.time_origin_ns + 500000) / 1000000);
   if (pts <= s.last_pts) pts = s.last_pts + 1;
   s.last_pts = pts;

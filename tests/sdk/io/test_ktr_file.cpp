@@ -201,11 +201,61 @@ TEST(KtrFile, DamagedFramesAreReportedAndReadingGoesOn) {
   EXPECT_EQ(reader.read(frame, ts, index), ERROR_CODE::END_OF_KTR_FILE_REACHED);
 }
 
+// Odd sizes are padded for the codecs and handed back as they were: each eye in its place (a
+// shifted eye would move the bright column or the bottom row), exactly for the lossless codec.
+TEST(KtrFile, OddSizesComeBackWithoutCropOrShift) {
+  const int w = 63, h = 37;
+  KtrMetadata m = smallMetadata();
+  m.width = m.calibration.width = w;
+  m.height = m.calibration.height = h;
+  cv::Mat frames[2];
+  for (int i = 0; i < 2; ++i) {
+    cv::resize(makeFrame(i), frames[i], cv::Size(2 * w, h), 0, 0, cv::INTER_AREA);
+    frames[i].col(w - 1).setTo(cv::Scalar(255, 255, 255));  // the left eye's last column
+    frames[i].col(w).setTo(cv::Scalar(0, 0, 0));            // the right eye's first column
+    frames[i].row(h - 1).setTo(cv::Scalar(0, 0, 255));      // both eyes' last row
+  }
+  for (KTR_COMPRESSION_MODE mode :
+       {KTR_COMPRESSION_MODE::LOSSLESS, KTR_COMPRESSION_MODE::H264, KTR_COMPRESSION_MODE::MJPEG}) {
+    SCOPED_TRACE(ktrCodecName(mode));
+    const std::string path = mapura::test::scratchDir("ktr_odd") + "/" + ktrCodecName(mode) + ".ktr";
+    KtrWriter writer;
+    ASSERT_EQ(writer.open(path, m, mode), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+    for (int i = 0; i < 2; ++i)
+      ASSERT_EQ(writer.write(frames[i], m.time_origin_ns + i * 40000000), ERROR_CODE::SUCCESS);
+    ASSERT_EQ(writer.close(), ERROR_CODE::SUCCESS);
+    KtrReader reader;
+    ASSERT_EQ(reader.open(path), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+    EXPECT_EQ(reader.metadata().width, w);
+    EXPECT_EQ(reader.metadata().height, h);
+    for (bool bgra : {false, true}) {
+      reader.setBgraOutput(bgra);
+      reader.seek(1);
+      cv::Mat frame, bgr;
+      int64_t ts = 0;
+      int index = -1;
+      ASSERT_EQ(reader.read(frame, ts, index), ERROR_CODE::SUCCESS);
+      ASSERT_EQ(frame.size(), cv::Size(2 * w, h));
+      if (bgra)
+        cv::cvtColor(frame, bgr, cv::COLOR_BGRA2BGR);
+      else
+        bgr = frame;
+      cv::Mat diff;
+      cv::absdiff(bgr, frames[1], diff);
+      if (mode == KTR_COMPRESSION_MODE::LOSSLESS) EXPECT_EQ(cv::norm(diff, cv::NORM_INF), 0);
+      EXPECT_LT(cv::mean(diff)[1], 8.0);  // coding noise on saturated colours
+      EXPECT_GT(cv::mean(bgr.col(w - 1))[1], 200);
+      EXPECT_LT(cv::mean(bgr.col(w))[1], 50);
+      EXPECT_GT(cv::mean(bgr.row(h - 1))[2], 180);
+    }
+  }
+}
+
 TEST(KtrFile, WriterRefusesBadFramesAndPaths) {
   KtrWriter writer;
-  KtrMetadata odd = smallMetadata();
-  odd.width = 63;
-  EXPECT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/x.ktr", odd),
+  KtrMetadata tiny = smallMetadata();
+  tiny.width = 15;
+  EXPECT_EQ(writer.open(mapura::test::scratchDir("ktr_writer") + "/x.ktr", tiny),
             ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
   EXPECT_NE(writer.open("/nonexistent-dir/x.ktr", smallMetadata()), ERROR_CODE::SUCCESS);
   // A full disk: the header or the frames cannot be written; no crash, an error code.

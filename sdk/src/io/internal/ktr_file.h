@@ -1,6 +1,10 @@
 // KTR recordings: a Matroska file (libavformat) holding one video stream of raw left|right
 // side-by-side frames, the `pavo.json` attachment and a frame-count tag written at the end.
 //
+// Odd sizes: the codecs work on even sizes, so each eye is coded grown by a copy of its last
+// column and row to the next even width and height ([left|pad|right|pad]); pavo.json keeps the
+// true size and the reader hands out the eyes without the padding.
+//
 // Timestamps: Matroska stores milliseconds, so each frame keeps its capture time as
 // time_origin_ns (in pavo.json) plus its stream timestamp in milliseconds.
 #pragma once
@@ -13,6 +17,9 @@
 #include "pv/defines.h"
 
 namespace pv::internal {
+
+/// The coded width or height of one eye for a true one: the next even number.
+inline int ktrCodedSize(int size) { return size + (size & 1); }
 
 /// Codec name in the file for a compression mode: "h264", "ffv1", "mjpeg".
 const char* ktrCodecName(KTR_COMPRESSION_MODE mode);
