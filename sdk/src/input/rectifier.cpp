@@ -1,5 +1,6 @@
 #include "input/internal/rectifier.h"
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
@@ -20,6 +21,20 @@ void fillFov(CameraParameters& p) {
   p.h_fov = float(2 * std::atan(w / (2 * p.fx)) * 180 / CV_PI);
   p.v_fov = float(2 * std::atan(h / (2 * p.fy)) * 180 / CV_PI);
   p.d_fov = float(2 * std::atan(std::hypot(w, h) / (2 * std::hypot(p.fx, p.fy) / std::sqrt(2.0))) * 180 / CV_PI);
+}
+
+// A pair published already rectified (no distortion, no rotation, the right eye along x, the
+// same focal lengths and rows): the left image stays exactly as it is, and the right one only
+// moves along its rows when its principal point differs (Middlebury's doffs).
+bool alreadyRectified(const StereoCalibration& c) {
+  auto same = [](double a, double b) { return std::abs(a - b) <= 1e-9 * std::max(1.0, std::abs(a)); };
+  for (const EyeCalibration* e : {&c.left, &c.right})
+    for (double d : e->disto)
+      if (d != 0) return false;
+  for (int i = 0; i < 9; ++i)
+    if (!same(c.R[size_t(i)], i % 4 == 0 ? 1.0 : 0.0)) return false;
+  return c.T[0] < 0 && same(c.T[1], 0) && same(c.T[2], 0) && same(c.left.fx, c.right.fx) &&
+         same(c.left.fy, c.right.fy) && same(c.left.cy, c.right.cy);
 }
 
 }  // namespace
@@ -49,7 +64,16 @@ ERROR_CODE Rectifier::init(const StereoCalibration& c) {
   cv::Mat T(3, 1, CV_64F, const_cast<double*>(c.T.data()));
   cv::Mat R2, P1, P2, Q;
   try {
-    cv::stereoRectify(K1, D1, K2, D2, size, R, T, R1_, R2, P1, P2, Q, cv::CALIB_ZERO_DISPARITY, 0, size);
+    if (alreadyRectified(c)) {
+      R1_ = cv::Mat::eye(3, 3, CV_64F);
+      R2 = cv::Mat::eye(3, 3, CV_64F);
+      P1 = cv::Mat::zeros(3, 4, CV_64F);
+      K1.copyTo(P1(cv::Rect(0, 0, 3, 3)));
+      P2 = P1.clone();
+      P2.at<double>(0, 3) = c.T[0] * c.left.fx;
+    } else {
+      cv::stereoRectify(K1, D1, K2, D2, size, R, T, R1_, R2, P1, P2, Q, cv::CALIB_ZERO_DISPARITY, 0, size);
+    }
     cv::initUndistortRectifyMap(K1, D1, R1_, P1, size, CV_16SC2, map_left_[0], map_left_[1]);
     cv::initUndistortRectifyMap(K2, D2, R2, P2, size, CV_16SC2, map_right_[0], map_right_[1]);
     left_table_.build(map_left_[0], map_left_[1], size);
