@@ -76,6 +76,11 @@ bool registerCommand(const Command& command) {
 
 const std::map<std::string, Command>& commands() { return registry(); }
 
+void printCommandHelp(const Command& command) {
+  std::cout << "usage: pavo " << command.name << " " << command.usage << "\n" << command.summary << "\n";
+  if (!command.details.empty()) std::cout << "\n" << command.details;
+}
+
 int usageError(const std::string& name, const std::string& message) {
   std::cerr << "pavo " << name << ": " << message << "\n";
   auto it = registry().find(name);

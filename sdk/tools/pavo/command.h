@@ -33,11 +33,15 @@ struct Command {
   std::string usage;                  ///< arguments after the name
   std::string summary;                ///< one line
   int (*run)(int argc, char** argv);  ///< argv[0] is the first argument after the name
+  std::string details;                ///< what `pavo <name> --help` prints after the usage (may be empty)
 };
 
 /// Adds a command to the tool; called from static initialisers.
 bool registerCommand(const Command& command);
 const std::map<std::string, Command>& commands();
+
+/// Prints a command's usage, summary and details on stdout (`pavo <name> --help`).
+void printCommandHelp(const Command& command);
 
 /// Prints "pavo <name>: <message>" on stderr and returns 2 (bad usage) for `return usageError(...)`.
 int usageError(const std::string& name, const std::string& message);
@@ -50,4 +54,8 @@ int failure(const std::string& name, const std::string& message);
 #define PAVO_CONCAT(a, b) PAVO_CONCAT_INNER(a, b)
 /// PAVO_COMMAND("info", "FILE.ktr", "prints a recording's properties", runInfo);
 #define PAVO_COMMAND(name, usage, summary, fn) \
-  static const bool PAVO_CONCAT(pavo_registered_, __LINE__) = ::pavo::registerCommand({name, usage, summary, fn})
+  static const bool PAVO_CONCAT(pavo_registered_, __LINE__) = ::pavo::registerCommand({name, usage, summary, fn, ""})
+/// The same with the option descriptions `pavo <name> --help` prints.
+#define PAVO_COMMAND_WITH_HELP(name, usage, summary, details, fn) \
+  static const bool PAVO_CONCAT(pavo_registered_, __LINE__) =     \
+      ::pavo::registerCommand({name, usage, summary, fn, details})
