@@ -1,4 +1,5 @@
-// The `pavo` tool's command line: every command answers --help with its usage.
+// The `pavo` tool's command line: every command answers --help with its usage, and `pavo import`
+// reads a published folder with --every and --first and refuses bad values.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -34,10 +35,25 @@ TEST(PavoCommands, EveryCommandPrintsItsUsageForHelp) {
     ++commands;
   }
   EXPECT_GE(commands, 10) << list.out;
-  const ToolRun traj = pavo("help eval traj");
-  EXPECT_EQ(traj.status, 0);
-  EXPECT_EQ(traj.out.rfind("usage: pavo eval traj", 0), 0u) << traj.out;
+  const ToolRun import = pavo("help import");
+  EXPECT_EQ(import.status, 0);
+  EXPECT_NE(import.out.find("--every N"), std::string::npos) << import.out;
   EXPECT_NE(pavo("no-such-command --help").status, 0);
+}
+
+TEST(PavoCommands, ImportCutsAndThinsAPublishedFolder) {
+  MAPURA_REQUIRE_SHARED(dir, "euroc_mh01_shake_10hz");
+  const std::string out = mapura::test::scratchDir("pavo_import_cli") + "/mh.ktr";
+  ToolRun r = pavo("import " + dir + " -o " + out + " --every 3 --first 4 --codec mjpeg");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("4 frames at 3.333 Hz, euroc"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("(4 poses)"), std::string::npos) << r.out;
+  r = pavo("info " + out);
+  EXPECT_NE(r.out.find("frames: 4"), std::string::npos) << r.out;
+  for (const char* bad : {"--every 0", "--every 1.5", "--first 0", "--first x", "--every"}) {
+    r = pavo("import " + dir + " -o " + out + " " + bad);
+    EXPECT_EQ(r.status >> 8, 2) << bad << ": " << r.out;
+  }
 }
 
 }  // namespace
