@@ -27,7 +27,7 @@ TESTS=(
   test_pavo_eval_depth
 )
 # Cases of those executables left to the x86 suite (one to three minutes each under emulation).
-SLOW='^(CameraRecording[.](Opens|BadInputs|Damaged|GrabSeek|Images|RealTime)|VirtualCamera[.](IsListed|Plays|Options|Gain)'
+SLOW='^(CameraRecording[.](Opens|BadInputs|Damaged|GrabSeek|Images|RealTime|RecordingAgain)|VirtualCamera[.](IsListed|Plays|Options|Gain)'
 SLOW+='|KtrImport[.](Euroc|Kitti)|DepthRecording[.]Views|CameraTracking[.]Searches)'
 
 extra=()
