@@ -19,7 +19,7 @@ PACKAGES=(
   libbackward-cpp-dev libdw-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  xvfb xauth imagemagick assimp-utils
+  xvfb xauth imagemagick assimp-utils desktop-file-utils
   # fonts compiled into the resource bundle
   fonts-roboto fonts-liberation2
 )

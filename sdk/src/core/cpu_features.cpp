@@ -16,4 +16,20 @@ CpuLevel cpuLevel() {
 #endif
 }
 
+const char* cpuLevelName() {
+  switch (cpuLevel()) {
+    case CpuLevel::kAvx512Popcount: return "AVX-512 with VPOPCNTDQ";
+    case CpuLevel::kAvx512: return "AVX-512";
+    case CpuLevel::kAvx2: return "AVX2";
+    case CpuLevel::kBaseline: break;
+  }
+#if defined(__x86_64__)
+  return "x86-64 baseline (SSE2)";
+#elif defined(__aarch64__) && defined(__ARM_NEON)
+  return "arm64 NEON";
+#else
+  return "baseline (no vector kernels for this CPU)";
+#endif
+}
+
 }  // namespace pv::internal

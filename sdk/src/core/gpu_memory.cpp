@@ -24,6 +24,25 @@ bool cudaCheck(cudaError_t result, const char* call, const char* file, int line)
   return false;
 }
 #define PV_CUDA_CHECK(call) cudaCheck((call), #call, __FILE__, __LINE__)
+
+// A CUDA driver function found through the runtime, without linking the driver library; null where
+// the driver lacks it. The driver functions asked for here have kept their signature since CUDA 4.
+void* driverEntryPoint(const char* name) {
+  void* fn = nullptr;
+#if CUDART_VERSION >= 12050
+  // The unversioned query is deprecated from 12.5 on and may go away.
+  cudaDriverEntryPointQueryResult status{};
+  if (cudaGetDriverEntryPointByVersion(name, &fn, 12000, cudaEnableDefault, &status) != cudaSuccess ||
+      status != cudaDriverEntryPointSuccess)
+    fn = nullptr;
+#elif CUDART_VERSION >= 11030
+  // CUDA 11.3 to 12.4 (the boards' CUDA 11.4 among them): the version matching this runtime.
+  if (cudaGetDriverEntryPoint(name, &fn, cudaEnableDefault) != cudaSuccess) fn = nullptr;
+#else
+  (void)name;  // older runtimes cannot look driver functions up: no context is shared
+#endif
+  return fn;
+}
 #endif
 
 unsigned char* hostAlloc(size_t bytes) {
@@ -112,13 +131,7 @@ CUctx_st* cudaPrimaryContext() {
 #ifdef PV_WITH_CUDA
   if (!cudaDeviceUsable()) return nullptr;
   using GetCurrent = int (*)(CUctx_st**);
-  static GetCurrent get_current = [] {
-    void* fn = nullptr;
-    cudaDriverEntryPointQueryResult status{};
-    if (cudaGetDriverEntryPointByVersion("cuCtxGetCurrent", &fn, 12000, cudaEnableDefault, &status) != cudaSuccess)
-      return GetCurrent(nullptr);
-    return reinterpret_cast<GetCurrent>(fn);
-  }();
+  static const auto get_current = reinterpret_cast<GetCurrent>(driverEntryPoint("cuCtxGetCurrent"));
   if (!get_current) return nullptr;
   cudaFree(nullptr);  // makes the primary context current on this thread
   CUctx_st* ctx = nullptr;
@@ -132,13 +145,7 @@ void makeContextCurrent(CUctx_st* context) {
 #ifdef PV_WITH_CUDA
   if (!context || !cudaDeviceUsable()) return;
   using SetCurrent = int (*)(CUctx_st*);
-  static SetCurrent set_current = [] {
-    void* fn = nullptr;
-    cudaDriverEntryPointQueryResult status{};
-    if (cudaGetDriverEntryPointByVersion("cuCtxSetCurrent", &fn, 12000, cudaEnableDefault, &status) != cudaSuccess)
-      return SetCurrent(nullptr);
-    return reinterpret_cast<SetCurrent>(fn);
-  }();
+  static const auto set_current = reinterpret_cast<SetCurrent>(driverEntryPoint("cuCtxSetCurrent"));
   if (set_current) set_current(context);
 #else
   (void)context;

@@ -29,6 +29,17 @@ bool offsetCostsVectorised() {
 #endif
 }
 
+/// The vector kernel's part of a row's offset costs: the pixels it did from the left (none in a
+/// build without it).
+int offsetCostsVector(const uint32_t* left, const uint32_t* right, const float* prior, int width, int radius,
+                      uint8_t* const* slices) {
+#if defined(PV_REFINE_AVX512)
+  return refine_kernels::offsetCostsAvx512(left, right, prior, width, radius, slices);
+#else
+  return 0;
+#endif
+}
+
 /// Costs of row y for every offset k: slices[k](y, x) = Hamming distance between the left pixel
 /// and the right pixel at the prior's disparity + k - radius, for x from `x0` on.
 void offsetCostsRow(const uint32_t* left, const uint32_t* right, const float* prior, int x0, int width, int radius,
@@ -175,8 +186,7 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
         const int y = cv::borderInterpolate(v, h, cv::BORDER_REFLECT_101);
         const uint32_t *left = census_left.ptr<uint32_t>(y), *right = census_right.ptr<uint32_t>(y);
         const float* prior = prior_px.ptr<float>(y);
-        const int done =
-            vector_kernel ? refine_kernels::offsetCostsAvx512(left, right, prior, w, radius, cost_rows.data()) : 0;
+        const int done = vector_kernel ? offsetCostsVector(left, right, prior, w, radius, cost_rows.data()) : 0;
         offsetCostsRow(left, right, prior, done, w, radius, cost_rows.data());
         for (int k = 0; k < K; ++k) addDown(rows.cost(slot, k), 1, w, rows.downRow(k));
       };

@@ -96,6 +96,7 @@ bool rowsVectorised() {
 
 /// Rows y0 .. y0 + 15 of two images by the vector kernel.
 void solveSixteenRows(const cv::Mat& across, cv::Mat* const* images, int y0, float lambda, float* scratch) {
+#if defined(PV_SMOOTHER_AVX512)
   const float* c[16];
   float *u0[16], *u1[16];
   for (int i = 0; i < 16; ++i) {
@@ -104,6 +105,11 @@ void solveSixteenRows(const cv::Mat& across, cv::Mat* const* images, int y0, flo
     u1[i] = images[1]->ptr<float>(y0 + i);
   }
   smoother_kernels::solveRows16x2(c, u0, u1, across.cols, lambda, scratch);
+#else
+  // A build without the kernel (rowsVectorised() is false there) solves them four at a time.
+  for (int y = y0; y < y0 + 16; y += kRowsTogether)
+    solveScalarRows<2>(across, images, y, y + kRowsTogether, lambda, scratch);
+#endif
 }
 
 /// The horizontal pass; `prepare(y)` runs just before row y is solved (while the row is still in

@@ -116,6 +116,7 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
     cv::remap(src, dst, map_xy_, map_fraction_, cv::INTER_LINEAR);
     return;
   }
+#if defined(PV_REMAP_AVX512)  // vectorised() is false in a build without the kernel
   dst.create(map_xy_.size(), src.type());
   cv::parallel_for_(
       cv::Range(0, dst.rows),
@@ -126,6 +127,7 @@ void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
         });
       },
       8);
+#endif
 }
 
 void RemapTable::applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const { bgrGray(src, &bgr, gray); }
@@ -141,6 +143,7 @@ void RemapTable::bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const 
     cv::cvtColor(bgr ? *bgr : bgr_only, gray, cv::COLOR_BGR2GRAY);
     return;
   }
+#if defined(PV_REMAP_AVX512)
   if (bgr) bgr->create(map_xy_.size(), CV_8UC3);
   gray.create(map_xy_.size(), CV_8UC1);
   cv::parallel_for_(
@@ -154,6 +157,7 @@ void RemapTable::bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const 
         });
       },
       8);
+#endif
 }
 
 }  // namespace pv::internal

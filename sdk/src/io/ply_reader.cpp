@@ -99,9 +99,11 @@ class DataCursor {
     const size_t n = typeSize(t);
     if (size_t(end_ - p_) < n) return false;
     unsigned char b[8];
-    std::memcpy(b, p_, n);
+    if (format_ == Format::BINARY_BE)
+      for (size_t i = 0; i < n; ++i) b[i] = static_cast<unsigned char>(p_[n - 1 - i]);
+    else
+      std::memcpy(b, p_, n);
     p_ += n;
-    if (format_ == Format::BINARY_BE) std::reverse(b, b + n);
     switch (t) {
       case Type::I8: value = double(int8_t(b[0])); break;
       case Type::U8: value = double(b[0]); break;

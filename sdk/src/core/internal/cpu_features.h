@@ -15,6 +15,10 @@ enum class CpuLevel {
 /// The running CPU's level, asked once (the baseline off x86-64 and where the compiler cannot ask).
 CpuLevel cpuLevel();
 
+/// The vector instructions the kernels use on this CPU, for people: "AVX-512", "AVX2",
+/// "x86-64 baseline (SSE2)", "arm64 NEON" (every arm64 CPU has it; its kernels are the baseline ones).
+const char* cpuLevelName();
+
 inline bool cpuRuns(CpuLevel level) { return cpuLevel() >= level; }
 
 }  // namespace pv::internal
