@@ -165,7 +165,7 @@ void MapuraEndToEnd::startsWithFoldersAndDefaults() {
   QCOMPARE(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 2);
   QCOMPARE(ProgramStates::getIntAttr(ProgramStates::DEPTH_MODE), gui_->depthModeBox->currentIndex() + 1);
   QCOMPARE(ProgramStates::getDoubleAttr(ProgramStates::POINT_SIZE), 1.0);
-  QCOMPARE(ProgramStates::qstringAttr(ProgramStates::MESHES_DIR), app_->meshesDir().absolutePath());
+  QCOMPARE(ProgramStates::qstringAttr(ProgramStates::MESHES_DIR).value(), app_->meshesDir().absolutePath());
   QVERIFY(app_->worker() != nullptr);
   QVERIFY(app_->workerThread() == nullptr);
   QVERIFY(!app_->updateTimer()->isActive());
@@ -288,7 +288,7 @@ void MapuraEndToEnd::loadMapOfValidFiles() {
   QVERIFY(!gui_->pointsRadio->isVisible());
   QVERIFY2(gui_->spinnerLabel->text().endsWith("2000points"), qPrintable(gui_->spinnerLabel->text()));
   // A path that fits is shown bare while loading.
-  QCOMPARE(ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT), cloud);
+  QCOMPARE(ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT).value(), cloud);
   QTest::qWait(300);
   e2e::screenshot("loadmap-2-point-cloud");
 

@@ -94,7 +94,7 @@ void TestWidgets::spinnerCounterAndLabel() {
   const int counter = spinner.currentCounter();
   spinner.rotate();
   QCOMPARE(spinner.currentCounter(), counter);
-  ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT).clear();
+  ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = QString();
 }
 
 void TestWidgets::spinnerSetters() {

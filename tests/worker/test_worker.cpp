@@ -243,7 +243,7 @@ class TestWorker : public QObject {
     QVERIFY(scanRecording(run, 3, false));
     QVERIFY(run.waitFor(
         [&] {
-          return ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) == "Texturing mesh ..." ||
+          return ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT).value() == "Texturing mesh ..." ||
                  run.send_end->count() + run.reset_needed->count() > 0;
         },
         600000));
