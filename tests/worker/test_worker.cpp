@@ -167,6 +167,23 @@ class TestWorker : public QObject {
     }
   }
 
+  // A 1 MB budget refuses every keyframe (an HD720 image alone is larger), so texturing fails: the
+  // result is the untextured mesh, saved as "mesh.ply" and reported as untextured.
+  void refusedTexturingGivesTheUntexturedMesh() {
+    const QString hd720 = synthesizeRecording("room_hd720", "room", 30, "ffv1", "HD720");
+    if (hd720.isEmpty()) QSKIP("recordings cannot be synthesized in this build");
+    WorkerRun run;
+    ProgramStates::setBoolAttr(ProgramStates::APPLY_TEXTURE, true);
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = hd720;
+    QCOMPARE(run.open(false), 0);
+    run.start([&] { run.worker->startScan(3.5f, 0.05f, 3, false, 1); });
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Texturing failed: .*keyframes"));
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
+    QCOMPARE(run.send_end->count(), 1);
+    QCOMPARE(run.send_end->at(0).at(0).toBool(), false);
+    QCOMPARE(filesIn(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)), QStringList({"mesh.ply"}));
+  }
+
   void scanWithoutAnyFrameGivesResetNeededAndNoFile() {
     REQUIRE_RECORDING();
     WorkerRun run;

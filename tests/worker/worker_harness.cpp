@@ -79,12 +79,13 @@ WorkerRun::~WorkerRun() {
   worker.reset();
 }
 
-QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec) {
+QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec,
+                            const QString& resolution) {
   const QString dir = QString::fromStdString(mapura::test::scratchDir("worker-recordings-" + name.toStdString()));
   const QString file = dir + "/" + name + ".ktr";
   QProcess p;
-  p.start(PAVO_TOOL, {"synth", scene, "-o", file, "--frames", QString::number(frames), "--resolution", "VGA", "--codec",
-                      codec, "--seed", "3"});
+  p.start(PAVO_TOOL, {"synth", scene, "-o", file, "--frames", QString::number(frames), "--resolution", resolution,
+                      "--codec", codec, "--seed", "3"});
   if (!p.waitForFinished(600000) || p.exitCode() != 0) {
     qWarning("pavo synth failed: %s", p.readAllStandardError().constData());
     return QString();

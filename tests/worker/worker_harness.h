@@ -55,8 +55,9 @@ struct WorkerRun {
   ~WorkerRun();
 };
 
-/// Writes a synthesized recording with the pavo tool (cached per name); empty on failure.
-QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec);
+/// Writes a synthesized recording with the pavo tool; empty on failure.
+QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec,
+                            const QString& resolution = "VGA");
 
 template <typename F>
 bool WorkerRun::waitFor(F done, int timeout_ms) {
