@@ -603,6 +603,7 @@ void MapuraEndToEnd::ktrScanOffLine() {
       },
       kScanTimeoutMs));
   QVERIFY2(highest > 0, "the progress widget never moved");
+  QCOMPARE(gui_->progressWidget->bar()->value(), 100);  // every frame of the recording pre-processed
   QVERIFY(phase() >= 3);
   e2e::screenshot("ktr-3-mapping");
   QVERIFY2(e2e::waitUntil([&] { return phase() == 5; }, kScanTimeoutMs), qPrintable(answerer_->describe()));

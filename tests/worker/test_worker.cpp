@@ -234,7 +234,10 @@ class TestWorker : public QObject {
     QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
   }
 
-  void twoPassFlow() {
+  // Stopped half way through the pre-processing pass: the area file is written, the scan starts
+  // again from the first frame and covers the whole recording, tracked on from where the first
+  // pass stopped.
+  void twoPassFlowStoppedDuringPreprocessing() {
     REQUIRE_RECORDING();
     QTemporaryDir cwd;
     const QString previous = QDir::currentPath();
@@ -242,14 +245,21 @@ class TestWorker : public QObject {
     WorkerRun run;
     ProgramStates::setBoolAttr(ProgramStates::OFFLINE_MODE, true);
     QVERIFY(scanRecording(run, 3, false));
+    QVERIFY(run.waitFor([&] { return !run.pre_process->isEmpty() && run.pre_process->last().at(0).toInt() >= 40; },
+                        600000));
+    run.worker->state() = InputThreadModul::RESTART_AFTER_PREPROCESSING;  // "Stop", as the controller does
     QVERIFY(run.waitFor([&] { return run.pre_process_end->count() > 0; }, 600000));
     QVERIFY(QFileInfo::exists(cwd.path() + "/Foo.ogt"));
-    QVERIFY(run.pre_process->count() > 0);
-    QCOMPARE(run.pre_process->last().at(0).toInt(), 100);
+    QVERIFY(run.pre_process->last().at(0).toInt() < 100);
+    QCOMPARE(run.track->count(), 0);  // no pose during pre-processing
     QCOMPARE(int(run.worker->mappingParameters().map_type), 5);
     QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
     QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_OF_RECORDING));
     QCOMPARE(run.send_end->count(), 1);
+    QCOMPARE(run.worker->frameCounter(), 150);
+    int searching = 0;
+    for (const QList<QVariant>& status : *run.track) searching += status.at(0).toInt() != 1;
+    QCOMPARE(searching, 0);
     QDir::setCurrent(previous);
   }
 

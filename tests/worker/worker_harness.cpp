@@ -35,20 +35,35 @@ void ViewStandIn::poll() {
   ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, true);
 }
 
+WorkerSignals::WorkerSignals(InputThreadModul* w) {
+  const auto queued = Qt::QueuedConnection;
+  connect(w, &InputThreadModul::sendViewImage, this, &WorkerSignals::sendViewImage, queued);
+  connect(w, &InputThreadModul::sendPath, this, &WorkerSignals::sendPath, queued);
+  connect(w, &InputThreadModul::sendTrackStatus, this, &WorkerSignals::sendTrackStatus, queued);
+  connect(w, &InputThreadModul::sendIncrementKTRPos, this, &WorkerSignals::sendIncrementKTRPos, queued);
+  connect(w, &InputThreadModul::autoEnd, this, &WorkerSignals::autoEnd, queued);
+  connect(w, &InputThreadModul::theEnd, this, &WorkerSignals::theEnd, queued);
+  connect(w, &InputThreadModul::sendEnd, this, &WorkerSignals::sendEnd, queued);
+  connect(w, &InputThreadModul::sendResetNeeded, this, &WorkerSignals::sendResetNeeded, queued);
+  connect(w, &InputThreadModul::updatePreProcess, this, &WorkerSignals::updatePreProcess, queued);
+  connect(w, &InputThreadModul::preprocessEnd, this, &WorkerSignals::preprocessEnd, queued);
+}
+
 int WorkerRun::open(bool live) {
   worker = std::make_unique<InputThreadModul>();
-  InputThreadModul* w = worker.get();
-  view_image = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendViewImage);
-  path = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendPath);
-  track = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendTrackStatus);
-  increment = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendIncrementKTRPos);
-  auto_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::autoEnd);
-  the_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::theEnd);
-  send_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendEnd);
-  reset_needed = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendResetNeeded);
-  pre_process = std::make_unique<QSignalSpy>(w, &InputThreadModul::updatePreProcess);
-  pre_process_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::preprocessEnd);
-  return w->initPAVO(live);
+  relay = std::make_unique<WorkerSignals>(worker.get());
+  WorkerSignals* w = relay.get();
+  view_image = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendViewImage);
+  path = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendPath);
+  track = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendTrackStatus);
+  increment = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendIncrementKTRPos);
+  auto_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::autoEnd);
+  the_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::theEnd);
+  send_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendEnd);
+  reset_needed = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendResetNeeded);
+  pre_process = std::make_unique<QSignalSpy>(w, &WorkerSignals::updatePreProcess);
+  pre_process_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::preprocessEnd);
+  return worker->initPAVO(live);
 }
 
 void WorkerRun::start(const std::function<void()>& before_thread) {

@@ -33,11 +33,32 @@ class ViewStandIn : public QObject {
   QTimer timer_;
 };
 
+/// The worker's signals, queued to the test's thread as the application receives them, so that
+/// the spies on them are touched by that thread only.
+class WorkerSignals : public QObject {
+  Q_OBJECT
+ public:
+  explicit WorkerSignals(InputThreadModul* worker);
+
+ signals:
+  void sendViewImage();
+  void sendPath(float* pose);
+  void sendTrackStatus(int state);
+  void sendIncrementKTRPos();
+  void autoEnd();
+  void theEnd(int code);
+  void sendEnd(bool textured);
+  void sendResetNeeded();
+  void updatePreProcess(int percent);
+  void preprocessEnd();
+};
+
 /// A worker with its thread, spies on every signal, and the controller's answers.
 struct WorkerRun {
   std::unique_ptr<InputThreadModul> worker;
   std::unique_ptr<QThread> thread;
   std::unique_ptr<ViewStandIn> view;
+  std::unique_ptr<WorkerSignals> relay;
   std::unique_ptr<QSignalSpy> view_image, path, track, increment, auto_end, the_end, send_end, reset_needed,
       pre_process, pre_process_end;
 
