@@ -203,37 +203,6 @@ class TestWorker : public QObject {
     QCOMPARE(filesIn(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)), QStringList());
   }
 
-  void tinyMemoryBudgetEndsWithCodeTwo() {
-    REQUIRE_RECORDING();
-    WorkerRun run;
-    QVERIFY(scanRecording(run, 3, false, 1));
-    QVERIFY(run.waitFor([&] { return run.the_end->count() > 0; }, 600000));
-    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::MEMORY_FULL));
-    QVERIFY(run.worker->frameCounter() < 150);
-    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
-  }
-
-  void virtualCameraDisconnectEndsWithCodeThree() {
-    REQUIRE_RECORDING();
-    qputenv("PAVO_VIRTUAL_CAMERA", recording_.toUtf8());
-    qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=60");
-    WorkerRun run;
-    const int opened = run.open(true);
-    qunsetenv("PAVO_VIRTUAL_CAMERA");
-    qunsetenv("PAVO_VIRTUAL_CAMERA_OPTIONS");
-    QCOMPARE(opened, 0);
-    QVERIFY(run.worker->serialNumber() > 0);
-    QCOMPARE(run.worker->ktrFrameCount(), -1);
-    run.start();
-    QVERIFY(run.waitFor([&] { return run.view_image->count() > 2; }, 60000));  // preview runs
-    run.worker->startScan(3.5f, 0.05f, 3, false, 2048);
-    const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
-    QVERIFY2(out.contains("/Live_" + QString::number(run.worker->serialNumber()) + "_"), qPrintable(out));
-    QVERIFY(run.waitFor([&] { return run.the_end->count() > 0; }, 600000));
-    QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::CAMERA_DISCONNECTED));
-    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
-  }
-
   // Stopped half way through the pre-processing pass: the area file is written, the scan starts
   // again from the first frame and covers the whole recording, tracked on from where the first
   // pass stopped.
