@@ -67,8 +67,14 @@ ProgramStates::StringAttr ProgramStates::qstringAttr(int key) {
 }
 
 ProgramStates::StringAttr& ProgramStates::StringAttr::operator=(const QString& value) {
-  std::lock_guard<std::mutex> lock(qstring_mutex);
-  qstring_attributes[key_] = value;
+  // Swapped in, and the old value released here after the lock: no string is freed under the
+  // lock, and the release is code ThreadSanitizer sees (Qt's assignment does it inside the
+  // library, where the reference count the readers share is invisible to it).
+  QString swapped = value;
+  {
+    std::lock_guard<std::mutex> lock(qstring_mutex);
+    qstring_attributes[key_].swap(swapped);
+  }
   return *this;
 }
 
