@@ -221,7 +221,12 @@ void InputThreadModul::process() {
 
   if (!finished) {
     ++frame_counter_;
-    tracking_state_ = static_cast<int>(camera_.getPosition(pose_, pv::REFERENCE_FRAME::WORLD));
+    pv::Pose pose;
+    tracking_state_ = static_cast<int>(camera_.getPosition(pose, pv::REFERENCE_FRAME::WORLD));
+    {
+      std::lock_guard<std::mutex> lock(pose_mutex_);
+      pose_ = pose;
+    }
     if (frame_counter_ % kImageEvery == 0) retrieveViewImages();
 
     switch (map_request_state_.load()) {

@@ -11,7 +11,6 @@
 #include <QPointer>
 #include <QProgressBar>
 #include <QSettings>
-#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -552,8 +551,11 @@ void MapuraEndToEnd::liveScanToFiles() {
   QVERIFY(app_->updateTimer()->isActive());
   QCOMPARE(app_->updateTimer()->interval(), 30);
   QVERIFY(!gui_->logoScreen->isVisible());
-  QSignalSpy images(app_->worker(), &InputThreadModul::sendViewImage);
-  QVERIFY2(e2e::waitUntil([&] { return images.count() > 3; }, 20000), "no camera image reached the live view");
+  // Counted on this thread: the worker's signal reaches the counter queued, as it reaches the view.
+  QObject counter;
+  int images = 0;
+  connect(app_->worker(), &InputThreadModul::sendViewImage, &counter, [&images] { ++images; });
+  QVERIFY2(e2e::waitUntil([&] { return images > 3; }, 20000), "no camera image reached the live view");
   QTest::qWait(1500);
   e2e::screenshot("live-1-ready");
   SKIP_IF(e2e::scanningUnavailable(file));
