@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <type_traits>
 
 #include "ProgramStates.h"
 #include "test_utils.h"
@@ -35,34 +36,46 @@ void ViewStandIn::poll() {
   ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, true);
 }
 
-WorkerSignals::WorkerSignals(InputThreadModul* w) {
-  const auto queued = Qt::QueuedConnection;
-  connect(w, &InputThreadModul::sendViewImage, this, &WorkerSignals::sendViewImage, queued);
-  connect(w, &InputThreadModul::sendPath, this, &WorkerSignals::sendPath, queued);
-  connect(w, &InputThreadModul::sendTrackStatus, this, &WorkerSignals::sendTrackStatus, queued);
-  connect(w, &InputThreadModul::sendIncrementKTRPos, this, &WorkerSignals::sendIncrementKTRPos, queued);
-  connect(w, &InputThreadModul::autoEnd, this, &WorkerSignals::autoEnd, queued);
-  connect(w, &InputThreadModul::theEnd, this, &WorkerSignals::theEnd, queued);
-  connect(w, &InputThreadModul::sendEnd, this, &WorkerSignals::sendEnd, queued);
-  connect(w, &InputThreadModul::sendResetNeeded, this, &WorkerSignals::sendResetNeeded, queued);
-  connect(w, &InputThreadModul::updatePreProcess, this, &WorkerSignals::updatePreProcess, queued);
-  connect(w, &InputThreadModul::preprocessEnd, this, &WorkerSignals::preprocessEnd, queued);
+namespace {
+
+template <typename T>
+QVariant recorded(T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    return QVariant();
+  } else {
+    return QVariant::fromValue(value);
+  }
 }
+
+/// Records each emission of `signal` of `worker` through a queued connection to `receiver`.
+template <typename... Args>
+std::unique_ptr<Emissions> record(InputThreadModul* worker, void (InputThreadModul::*signal)(Args...),
+                                  QObject* receiver) {
+  auto emissions = std::make_unique<Emissions>();
+  Emissions* into = emissions.get();
+  QObject::connect(
+      worker, signal, receiver, [into](Args... args) { into->append(QList<QVariant>{recorded(args)...}); },
+      Qt::QueuedConnection);
+  return emissions;
+}
+
+}  // namespace
 
 int WorkerRun::open(bool live) {
   worker = std::make_unique<InputThreadModul>();
-  relay = std::make_unique<WorkerSignals>(worker.get());
-  WorkerSignals* w = relay.get();
-  view_image = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendViewImage);
-  path = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendPath);
-  track = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendTrackStatus);
-  increment = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendIncrementKTRPos);
-  auto_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::autoEnd);
-  the_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::theEnd);
-  send_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendEnd);
-  reset_needed = std::make_unique<QSignalSpy>(w, &WorkerSignals::sendResetNeeded);
-  pre_process = std::make_unique<QSignalSpy>(w, &WorkerSignals::updatePreProcess);
-  pre_process_end = std::make_unique<QSignalSpy>(w, &WorkerSignals::preprocessEnd);
+  receiver = std::make_unique<QObject>();
+  InputThreadModul* w = worker.get();
+  QObject* r = receiver.get();
+  view_image = record(w, &InputThreadModul::sendViewImage, r);
+  path = record(w, &InputThreadModul::sendPath, r);
+  track = record(w, &InputThreadModul::sendTrackStatus, r);
+  increment = record(w, &InputThreadModul::sendIncrementKTRPos, r);
+  auto_end = record(w, &InputThreadModul::autoEnd, r);
+  the_end = record(w, &InputThreadModul::theEnd, r);
+  send_end = record(w, &InputThreadModul::sendEnd, r);
+  reset_needed = record(w, &InputThreadModul::sendResetNeeded, r);
+  pre_process = record(w, &InputThreadModul::updatePreProcess, r);
+  pre_process_end = record(w, &InputThreadModul::preprocessEnd, r);
   return worker->initPAVO(live);
 }
 
