@@ -18,6 +18,7 @@ class TestWorker : public QObject {
   Q_OBJECT
 
  private:
+  static constexpr int kFrames = 90;
   QString recording_;  // small VGA room recording
   QString meshes_dir_;
 
@@ -38,7 +39,8 @@ class TestWorker : public QObject {
   static QStringList filesIn(const QString& dir) { return QDir(dir).entryList(QDir::Files, QDir::Name); }
 
  private slots:
-  void initTestCase() { recording_ = synthesizeRecording("room", "room", 150, "ffv1"); }
+  // 90 frames: long enough for two map requests (one every 41 frames).
+  void initTestCase() { recording_ = synthesizeRecording("room", "room", kFrames, "ffv1"); }
 
   void init() {
     // Each test writes into its own base folder: two scans of the same recording in the same
@@ -76,7 +78,7 @@ class TestWorker : public QObject {
     ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
     InputThreadModul worker;
     QCOMPARE(worker.initPAVO(false), 0);
-    QCOMPARE(worker.ktrFrameCount(), 150);
+    QCOMPARE(worker.ktrFrameCount(), kFrames);
     QVERIFY(worker.serialNumber() >= 0);
     QCOMPARE(worker.init(), 0);
     QCOMPARE(worker.state().load(), int(InputThreadModul::PREVIEW));
@@ -126,7 +128,7 @@ class TestWorker : public QObject {
     QCOMPARE(run.send_end->at(0).at(0).toBool(), false);
     // Signal cadence: every frame a path, a tracking state and a KTR step; an image every 5th.
     const int frames = run.worker->frameCounter();
-    QCOMPARE(frames, 150);
+    QCOMPARE(frames, kFrames);
     QCOMPARE(run.path->count(), frames);
     QCOMPARE(run.track->count(), frames);
     QCOMPARE(run.increment->count(), frames);
@@ -225,7 +227,7 @@ class TestWorker : public QObject {
     QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 600000));
     QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_OF_RECORDING));
     QCOMPARE(run.send_end->count(), 1);
-    QCOMPARE(run.worker->frameCounter(), 150);
+    QCOMPARE(run.worker->frameCounter(), kFrames);
     int searching = 0;
     for (const QList<QVariant>& status : *run.track) searching += status.at(0).toInt() != 1;
     QCOMPARE(searching, 0);
