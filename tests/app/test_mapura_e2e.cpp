@@ -32,7 +32,14 @@
 
 namespace {
 
-constexpr int kScanTimeoutMs = 240000;
+#ifdef MAPURA_SLOW_BUILD
+constexpr int kSlowdown = 4;  // a sanitizer build runs several times slower
+#else
+constexpr int kSlowdown = 1;
+#endif
+/// Longest wait for a step of the program (opening, scanning, processing).
+constexpr int kStepTimeoutMs = 60000 * kSlowdown;
+constexpr int kScanTimeoutMs = 240000 * kSlowdown;
 
 QString documents() { return QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first(); }
 
@@ -130,15 +137,16 @@ void MapuraEndToEnd::scanToResult(const QString& prefix, int scanMs) {
   click(gui_->startButton);
   QCOMPARE(phase(), 3);
   QCOMPARE(gui_->startButton->text(), QString("Stop"));
-  QVERIFY2(e2e::waitUntil([] { return ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT) == 1; }, 20000),
+  QVERIFY2(e2e::waitUntil([] { return ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT) == 1; }, kStepTimeoutMs),
            "the worker never began mapping");
   QTest::qWait(scanMs);
   // At least one frame scanned, however slow this build (a sanitizer's) runs.
-  QVERIFY2(e2e::waitUntil([&] { return app_->worker()->frameCounter() > 0; }, 60000), "no frame was scanned");
+  QVERIFY2(e2e::waitUntil([&] { return app_->worker()->frameCounter() > 0; }, kStepTimeoutMs), "no frame was scanned");
   e2e::screenshot(prefix + "-2-scanning");
 
   click(gui_->startButton);  // Stop
-  QVERIFY2(e2e::waitUntil([&] { return phase() >= 4; }, 30000), "the worker never reported the end of the scan");
+  QVERIFY2(e2e::waitUntil([&] { return phase() >= 4; }, kStepTimeoutMs),
+           "the worker never reported the end of the scan");
   e2e::screenshot(prefix + "-3-processing");
   QVERIFY2(e2e::waitUntil([&] { return phase() == 5; }, kScanTimeoutMs), qPrintable(answerer_->describe()));
   QTest::qWait(300);
@@ -556,7 +564,7 @@ void MapuraEndToEnd::liveScanToFiles() {
   QObject counter;
   int images = 0;
   connect(app_->worker(), &InputThreadModul::sendViewImage, &counter, [&images] { ++images; });
-  QVERIFY2(e2e::waitUntil([&] { return images > 3; }, 20000), "no camera image reached the live view");
+  QVERIFY2(e2e::waitUntil([&] { return images > 3; }, kStepTimeoutMs), "no camera image reached the live view");
   QTest::qWait(1500);
   e2e::screenshot("live-1-ready");
   SKIP_IF(e2e::scanningUnavailable(file));
@@ -630,7 +638,7 @@ void MapuraEndToEnd::cameraDisconnection() {
   click(gui_->startButton);
   QVERIFY2(
       e2e::waitUntil([&] { return answerer_->count("The PAVO has been disconnected. Mapping will be stopped.") == 1; },
-                     60000),
+                     kScanTimeoutMs),
       qPrintable(answerer_->describe()));
   QCOMPARE(answerer_->boxes.last().title, QString("PAVO Disconnection"));
   // The map made until the disconnection is still processed and shown, or reported too small.
@@ -649,7 +657,7 @@ void MapuraEndToEnd::mappingMemoryFull() {
   QVERIFY2(
       e2e::waitUntil(
           [&] { return answerer_->count("Maximum Spatial Mapping memory reached. Mapping will be stopped.") == 1; },
-          90000),
+          kScanTimeoutMs),
       qPrintable(answerer_->describe()));
   QCOMPARE(answerer_->boxes.last().title, QString("Spatial Mapping memory insufficient"));
   QVERIFY(e2e::waitUntil([&] { return phase() == 5 || answerer_->count("Invalid mesh") > 0; }, kScanTimeoutMs));
