@@ -54,7 +54,7 @@ int MainProcess::Construct() {
   gui = new GUI();
   gui->show();
 
-  timer = new QTimer();
+  timer = new QTimer(this);
   connect(timer, &QTimer::timeout, this, &MainProcess::appUpdate);
   connect(gui->inputButton, SIGNAL(released()), this, SLOT(selectInput()));
   connect(gui->liveButton, &QToolButton::released, this, &MainProcess::initLive);

@@ -106,7 +106,8 @@ void MainProcess::initProcess() {
     gui->setCursor(Qt::ArrowCursor);
     gui->logoScreen->hide();
     gui->view2D->InitGLProcess(inputThread->cudaContext(), inputThread->frameBuffer());
-    gui->view3D->setMapSources(inputThread->mapMutex(), inputThread->mesh(), inputThread->fusedPointCloud());
+    gui->view3D->setMapSources(inputThread->mapMutex(), inputThread->mesh(), inputThread->fusedPointCloud(),
+                               inputThread->poseMutex());
 
     workerThreadHandle = new QThread(this);
     inputThread->moveToThread(workerThreadHandle);

@@ -6,11 +6,13 @@ std::atomic<bool> ProgramStates::bool_attributes[ProgramStates::kBoolCount];
 std::atomic<int> ProgramStates::int_attributes[ProgramStates::kIntCount];
 double ProgramStates::double_attributes[ProgramStates::kDoubleCount];
 QString ProgramStates::qstring_attributes[ProgramStates::kStringCount];
+std::mutex ProgramStates::qstring_mutex;
 
 void ProgramStates::resetStates() {
   for (auto& b : bool_attributes) b = false;
   for (auto& i : int_attributes) i = 0;
   for (double& d : double_attributes) d = 0.0;
+  std::lock_guard<std::mutex> lock(qstring_mutex);
   for (QString& s : qstring_attributes) s = QString();
 }
 
@@ -59,7 +61,24 @@ double& ProgramStates::doubleAttr(int key) {
   return double_attributes[key];
 }
 
-QString& ProgramStates::qstringAttr(int key) {
+ProgramStates::StringAttr ProgramStates::qstringAttr(int key) {
   assert(key >= 0 && key < kStringCount);
-  return qstring_attributes[key];
+  return StringAttr(key);
+}
+
+ProgramStates::StringAttr& ProgramStates::StringAttr::operator=(const QString& value) {
+  // Swapped in, and the old value released here after the lock: no string is freed under the
+  // lock, and the release is code ThreadSanitizer sees (Qt's assignment does it inside the
+  // library, where the reference count the readers share is invisible to it).
+  QString swapped = value;
+  {
+    std::lock_guard<std::mutex> lock(qstring_mutex);
+    qstring_attributes[key_].swap(swapped);
+  }
+  return *this;
+}
+
+QString ProgramStates::StringAttr::value() const {
+  std::lock_guard<std::mutex> lock(qstring_mutex);
+  return qstring_attributes[key_];
 }

@@ -1,12 +1,14 @@
 // The program-wide store of typed attributes shared by the window, the controller, the mapping
 // worker, the 3D view and the busy spinner. Class-wide values; no behaviour beyond storing.
 //
-// Threads: read and written from the GUI thread and the worker thread without a lock; each
-// attribute is a single value stored whole (the hand-shake flags are atomics).
+// Threads: read and written from the GUI thread and the worker thread. Bools and ints are atomics;
+// strings are copied in and out under one lock (the worker writes STATUS_TEXT while the spinner
+// reads it), so either thread may assign while the other reads.
 #pragma once
 
 #include <QString>
 #include <atomic>
+#include <mutex>
 
 class ProgramStates {
  public:
@@ -30,6 +32,20 @@ class ProgramStates {
   static constexpr int kDoubleCount = 2;
   static constexpr int kStringCount = 6;
 
+  /// One stored string, as qstringAttr hands it out: assigning stores a copy, reading returns a
+  /// copy, both under the store's lock. Thread safe.
+  class StringAttr {
+   public:
+    StringAttr& operator=(const QString& value);
+    operator QString() const { return value(); }
+    QString value() const;
+
+   private:
+    friend class ProgramStates;
+    explicit StringAttr(int key) : key_(key) {}
+    int key_;
+  };
+
   ProgramStates() = default;
   ~ProgramStates() = default;
 
@@ -51,12 +67,13 @@ class ProgramStates {
   /// The stored double, for reading and writing in place.
   static double& doubleAttr(int key);
 
-  /// The stored string; the only access to strings.
-  static QString& qstringAttr(int key);
+  /// The stored string; the only access to strings: assign through it or copy from it.
+  static StringAttr qstringAttr(int key);
 
  private:
   static std::atomic<bool> bool_attributes[kBoolCount];
   static std::atomic<int> int_attributes[kIntCount];
   static double double_attributes[kDoubleCount];
   static QString qstring_attributes[kStringCount];
+  static std::mutex qstring_mutex;
 };

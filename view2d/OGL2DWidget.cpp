@@ -6,11 +6,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "core/internal/gpu_memory.h"
-
-#ifdef MAPURA_VIEW2D_CUDA
 #include "CudaGLInterop.h"
-#endif
+#include "core/internal/gpu_memory.h"
 
 namespace {
 
@@ -42,6 +39,10 @@ const char* const kFragmentShader =
 }  // namespace
 
 OGL2DWidget::OGL2DWidget(QWidget* parent, bool keepAspect) : QGLWidget(parent), keep_aspect_(keepAspect) {}
+
+void OGL2DWidget::setTextureInterop(std::unique_ptr<view2d::TextureInterop> interop) {
+  next_interop_ = std::move(interop);
+}
 
 OGL2DWidget::~OGL2DWidget() {
   makeCurrent();
@@ -85,16 +86,11 @@ void OGL2DWidget::InitGLProcess(CUctx_st*& context, pv::Mat& frameBuffer) {
     return;
   }
   const bool device_memory = image_.getMemoryType() != pv::MEM::CPU && !image_.isGPUHostBacked();
+  interop_ = std::move(next_interop_);
 #ifdef MAPURA_VIEW2D_CUDA
-  interop_ = device_memory && cuda_context_ != nullptr;
-#else
-  interop_ = false;
+  if (!interop_ && device_memory && cuda_context_ != nullptr) interop_ = view2d::makeCudaTextureInterop();
 #endif
-  if (device_memory && !interop_) {
-    qWarning() << "OGL2DWidget: the frame buffer is in device memory, but there is no CUDA context or no CUDA"
-                  " support in this build";
-    return;
-  }
+  if (image_.getMemoryType() == pv::MEM::CPU) interop_.reset();
 
   glEnable(GL_DEPTH_TEST);
   glEnable(GL_TEXTURE_2D);
@@ -111,26 +107,27 @@ void OGL2DWidget::InitGLProcess(CUctx_st*& context, pv::Mat& frameBuffer) {
   }
   glBindTexture(GL_TEXTURE_2D, 0);
 
-  if (interop_ && !cudaStep(CudaStep::Register)) return;
+  if (interop_) {
+    const QString error = interop_->registerTexture(texture_);
+    if (!error.isEmpty()) fallBackToHost(error);
+  }
 
   resizeGL(int(width() * devicePixelRatioF()), int(height() * devicePixelRatioF()));
   createShader();
   tex_coords_ = {QVector2D(0, 1), QVector2D(1, 1), QVector2D(0, 0), QVector2D(1, 0)};
   vertices_ = {QVector3D(-1, -1, 0), QVector3D(1, -1, 0), QVector3D(-1, 1, 0), QVector3D(1, 1, 0)};
-  if (interop_ && !cudaStep(CudaStep::MapArray)) return;
+  if (interop_) {
+    const QString error = interop_->mapArray();
+    if (!error.isEmpty()) fallBackToHost(error);
+  }
   matrix_.setToIdentity();
   emit init(true);
   ready_ = true;
 }
 
-bool OGL2DWidget::cudaStep(CudaStep step) {
-#ifdef MAPURA_VIEW2D_CUDA
-  const QString error = step == CudaStep::Register ? view2d::registerTexture(texture_, &graphics_resource_)
-                                                   : view2d::mappedArray(graphics_resource_, &texture_array_);
-  if (error.isEmpty()) return true;
+void OGL2DWidget::fallBackToHost(const QString& error) {
   qDebug().noquote() << QString(" CUDA Initialisation failed : ") + error;
-#endif
-  return false;
+  interop_.reset();
 }
 
 void OGL2DWidget::resizeGL(int w, int h) {
@@ -149,22 +146,29 @@ void OGL2DWidget::resizeGL(int w, int h) {
 
 void OGL2DWidget::DrawBuffer() {
   if (!ready_ || !image_.isInit()) return;
-  if (!interop_) {
-    uploadFromHost();
-    return;
+  if (interop_) {
+    const QString error = interop_->copy(image_.getPtr<unsigned char>(pv::MEM::GPU), image_.getStepBytes(pv::MEM::GPU),
+                                         image_.getWidth() * 4, image_.getHeight());
+    if (error.isEmpty()) return;
+    qWarning().noquote() << "OGL2DWidget: frame copy failed:" << error << "- copying through host memory from now on";
+    interop_.reset();
   }
-#ifdef MAPURA_VIEW2D_CUDA
-  const QString error =
-      view2d::copyToArray(texture_array_, image_.getPtr<unsigned char>(pv::MEM::GPU), image_.getStepBytes(pv::MEM::GPU),
-                          image_.getWidth() * 4, image_.getHeight());
-  if (!error.isEmpty()) qWarning().noquote() << "OGL2DWidget: frame copy failed:" << error;
-#endif
+  uploadFromHost();
 }
 
-const unsigned char* OGL2DWidget::hostPixels(size_t* step_bytes) const {
-  const pv::MEM mem = image_.isGPUHostBacked() ? pv::MEM::GPU : pv::MEM::CPU;
-  *step_bytes = image_.getStepBytes(mem);
-  return image_.getPtr<unsigned char>(mem);
+const unsigned char* OGL2DWidget::hostPixels(size_t* step_bytes) {
+  const pv::Mat* source = &image_;
+  pv::MEM mem = pv::MEM::CPU;
+  if (image_.getMemoryType() != pv::MEM::CPU) {
+    mem = pv::MEM::GPU;
+    if (!image_.isGPUHostBacked()) {
+      if (image_.copyTo(host_copy_, pv::COPY_TYPE::GPU_CPU) != pv::ERROR_CODE::SUCCESS) return nullptr;
+      source = &host_copy_;
+      mem = pv::MEM::CPU;
+    }
+  }
+  *step_bytes = source->getStepBytes(mem);
+  return source->getPtr<unsigned char>(mem);
 }
 
 void OGL2DWidget::uploadFromHost() {
@@ -208,6 +212,7 @@ void OGL2DWidget::paintGL() {
 void OGL2DWidget::reset() {
   ready_ = false;
   image_.free(pv::MEM::BOTH);
+  host_copy_.free(pv::MEM::BOTH);
   makeCurrent();
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 }

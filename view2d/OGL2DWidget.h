@@ -3,7 +3,10 @@
 //
 // With a CUDA build, a CUDA context and a frame buffer in device memory, each frame is copied
 // device to device into the texture's CUDA array. Otherwise (no GPU or driver: the frame buffer's
-// GPU memory is host memory) the same texture is filled from host memory; the picture is the same.
+// GPU memory is host memory), and when CUDA cannot share the texture (a GL driver it cannot
+// register textures of: a software or non-NVIDIA GL, a remote X server), the same texture is
+// filled from host memory, after a copy from the device where the frame is there; the picture is
+// the same.
 //
 // Threads: GUI thread only, like every widget.
 #pragma once
@@ -13,13 +16,15 @@
 #include <QVector2D>
 #include <QVector3D>
 #include <QVector>
+#include <memory>
 
 #include "pv/mat.h"
 
 class QGLShaderProgram;
 struct CUctx_st;
-struct cudaGraphicsResource;
-struct cudaArray;
+namespace view2d {
+class TextureInterop;
+}
 
 class OGL2DWidget : public QGLWidget {
   Q_OBJECT
@@ -28,6 +33,10 @@ class OGL2DWidget : public QGLWidget {
   /// `keepAspect`: keep the picture at the aspect 8/9 of a 1280 x 1440 frame buffer, with bars.
   OGL2DWidget(QWidget* parent, bool keepAspect);
   ~OGL2DWidget() override;
+
+  /// The texture sharing the next InitGLProcess tries with a frame buffer in GPU memory, in place
+  /// of CUDA's (tests stand in a failing one). Taken by that InitGLProcess.
+  void setTextureInterop(std::unique_ptr<view2d::TextureInterop> interop);
 
   /// Takes the SDK's CUDA context (null without CUDA) and shares the worker's frame buffer
   /// (U8_C4, width w, height 2h); creates the texture and the shaders and emits init(true).
@@ -41,7 +50,7 @@ class OGL2DWidget : public QGLWidget {
   /// True once InitGLProcess succeeded and until reset().
   bool isReady() const { return ready_; }
   /// True when frames reach the texture through CUDA interop rather than from host memory.
-  bool usesCudaInterop() const { return interop_; }
+  bool usesCudaInterop() const { return interop_ != nullptr; }
 
  signals:
   void init(bool success);
@@ -56,23 +65,22 @@ class OGL2DWidget : public QGLWidget {
   void paintGL() override;
 
  private:
-  enum class CudaStep { Register, MapArray };
-  /// One step of the CUDA side of InitGLProcess; logs the failure and returns false.
-  bool cudaStep(CudaStep step);
+  /// Logs a failed CUDA step and drops the interop: frames go through host memory from now on.
+  void fallBackToHost(const QString& error);
   void uploadFromHost();
   /// Host-readable pixels of the frame buffer and their row step, or null when there are none.
-  const unsigned char* hostPixels(size_t* step_bytes) const;
+  const unsigned char* hostPixels(size_t* step_bytes);
 
   bool keep_aspect_;
   bool ready_ = false;
-  bool interop_ = false;
   pv::Mat image_;
+  pv::Mat host_copy_;  ///< the frame copied from device memory, without interop
   CUctx_st* cuda_context_ = nullptr;
   QGLShaderProgram* program_ = nullptr;
   GLuint texture_ = 0;
-  cudaGraphicsResource* graphics_resource_ = nullptr;
+  std::unique_ptr<view2d::TextureInterop> interop_;
+  std::unique_ptr<view2d::TextureInterop> next_interop_;
   QVector<QVector3D> vertices_;
   QVector<QVector2D> tex_coords_;
   QMatrix4x4 matrix_;
-  cudaArray* texture_array_ = nullptr;
 };

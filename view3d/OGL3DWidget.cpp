@@ -40,8 +40,10 @@ OGL3DWidget::~OGL3DWidget() {
   ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 0);
 }
 
-void OGL3DWidget::setMapSources(std::mutex* mapMutex_, pv::Mesh* mesh, pv::FusedPointCloud* pointCloud) {
+void OGL3DWidget::setMapSources(std::mutex* mapMutex_, pv::Mesh* mesh, pv::FusedPointCloud* pointCloud,
+                                std::mutex* poseMutex_) {
   mapMutex = mapMutex_;
+  poseMutex = poseMutex_;
   liveMesh = mesh;
   livePointCloud = pointCloud;
 }
@@ -291,8 +293,13 @@ bool OGL3DWidget::loadTexture() {
 
 void OGL3DWidget::setCameraPose(float* pose) {
   if (pose == nullptr || path == nullptr || frustum == nullptr) return;
-  trackedPose = pv::Transform(pv::Matrix4f(pose));
-  const pv::Translation position(pose[3], pose[7], pose[11]);
+  {
+    // The worker may be writing the next pose there by now.
+    std::unique_lock<std::mutex> lock;
+    if (poseMutex != nullptr) lock = std::unique_lock<std::mutex>(*poseMutex);
+    trackedPose = pv::Transform(pv::Matrix4f(pose));
+  }
+  const pv::Translation position = trackedPose.getTranslation();
   path->addPoint(lastPosition.x, lastPosition.y, lastPosition.z, kPathColor);
   path->addPoint(position.x, position.y, position.z, kPathColor);
   lastPosition = position;
@@ -316,6 +323,7 @@ void OGL3DWidget::drawPath() {
 void OGL3DWidget::reset() {
   makeCurrent();
   ready = false;
+  poseMutex = nullptr;
   dx = 0.f;
   dy = 0.f;
   resetCamPos();

@@ -31,8 +31,10 @@ class OGL3DWidget : public QGLWidget, protected QGLFunctions {
   ~OGL3DWidget() override;
 
   /// Non-owning pointers into the mapping worker: its map mutex, live mesh and live fused point
-  /// cloud. Null pointers mean there is no live map.
-  void setMapSources(std::mutex* mapMutex, pv::Mesh* mesh, pv::FusedPointCloud* pointCloud);
+  /// cloud, and the lock of the pose setCameraPose receives. Null pointers mean there is no live map
+  /// (or no lock); reset() forgets the lock.
+  void setMapSources(std::mutex* mapMutex, pv::Mesh* mesh, pv::FusedPointCloud* pointCloud,
+                     std::mutex* poseMutex = nullptr);
 
   void initializeGL() override;
   void resizeGL(int w, int h) override;
@@ -101,6 +103,7 @@ class OGL3DWidget : public QGLWidget, protected QGLFunctions {
   void drawTexturedMap();
 
   std::mutex* mapMutex = nullptr;
+  std::mutex* poseMutex = nullptr;
   pv::Mesh* liveMesh = nullptr;
   pv::FusedPointCloud* livePointCloud = nullptr;
   pv::Transform projection;

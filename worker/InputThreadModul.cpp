@@ -39,7 +39,7 @@ int InputThreadModul::initPAVO(bool live) {
     init_parameters_.camera_resolution = pv::RESOLUTION::HD720;
     init_parameters_.camera_fps = 60;
   } else {
-    const QByteArray path = ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH).toUtf8();
+    const QByteArray path = ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH).value().toUtf8();
     init_parameters_.input.setFromKTRFile(pv::String(path.constData()));
     ktr_input_ = true;
   }
@@ -160,7 +160,7 @@ void InputThreadModul::startScan(float range, float resolution, int filterLevel,
 
   QString name;
   if (ktr_input_) {
-    name = ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH);
+    name = ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH).value();
     const int dot = name.lastIndexOf('.');
     if (dot >= 0) name = name.left(dot);
     name = name.mid(name.lastIndexOf('/') + 1);
@@ -221,7 +221,12 @@ void InputThreadModul::process() {
 
   if (!finished) {
     ++frame_counter_;
-    tracking_state_ = static_cast<int>(camera_.getPosition(pose_, pv::REFERENCE_FRAME::WORLD));
+    pv::Pose pose;
+    tracking_state_ = static_cast<int>(camera_.getPosition(pose, pv::REFERENCE_FRAME::WORLD));
+    {
+      std::lock_guard<std::mutex> lock(pose_mutex_);
+      pose_ = pose;
+    }
     if (frame_counter_ % kImageEvery == 0) retrieveViewImages();
 
     switch (map_request_state_.load()) {

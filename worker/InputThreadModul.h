@@ -62,6 +62,8 @@ class InputThreadModul : public QObject {
   pv::Mat& frameBuffer() { return frame_buffer_; }
   CUcontext& cudaContext() { return cuda_context_; }
   std::mutex* mapMutex() { return &map_mutex_; }
+  /// Guards the pose sendPath points to: written under it by the worker, read under it by the view.
+  std::mutex* poseMutex() { return &pose_mutex_; }
   pv::Mesh* mesh() { return &mesh_; }
   pv::FusedPointCloud* fusedPointCloud() { return &fused_point_cloud_; }
   pv::Camera& camera() { return camera_; }
@@ -119,7 +121,8 @@ class InputThreadModul : public QObject {
   pv::FusedPointCloud fused_point_cloud_;
   pv::CameraInformation camera_information_;
   pv::InitParameters init_parameters_;
-  pv::Pose pose_;
+  pv::Pose pose_;  ///< the last published pose (sendPath), under pose_mutex_
+  std::mutex pose_mutex_;
   bool fused_point_cloud_mode_ = false;
   std::atomic<bool> position_changed_{false};
   bool buffers_allocated_ = false;

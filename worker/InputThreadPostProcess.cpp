@@ -1,5 +1,6 @@
 // Offline pre-processing of recordings and the end-of-scan extraction, filtering, texturing and
 // export of the mapping worker.
+#include <QDebug>
 #include <QDir>
 #include <QThread>
 
@@ -107,14 +108,19 @@ void InputThreadModul::postProcess() {
     ProgramStates::setBoolAttr(ProgramStates::MAP_UPDATE_READY, true);
     if (!waitForMapRequestAllowed()) return;
     if (abort_post_processing_) return;
-    const bool textured = ProgramStates::getBoolAttr(ProgramStates::APPLY_TEXTURE);
+    bool textured = ProgramStates::getBoolAttr(ProgramStates::APPLY_TEXTURE);
     if (textured) {
       ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = "Texturing mesh ...";
       {
         std::lock_guard<std::mutex> lock(map_mutex_);
-        (void)mesh_.applyTexture(pv::MESH_TEXTURE_FORMAT::RGB);
+        textured = mesh_.applyTexture(pv::MESH_TEXTURE_FORMAT::RGB);
       }
       if (abort_post_processing_) return;
+      // Without a texture (every keyframe refused by the memory budget, say) the mesh is the
+      // untextured result: saved and shown as such.
+      if (!textured) qWarning().noquote() << "Texturing failed:" << pv::lastErrorDetail().c_str();
+    }
+    if (textured) {
       (void)mesh_.save(utf8(out_dir + "mesh.obj"), pv::MESH_FILE_FORMAT::OBJ);
     } else {
       (void)mesh_.save(utf8(out_dir + "mesh.ply"), pv::MESH_FILE_FORMAT::PLY);

@@ -43,7 +43,12 @@ void removeMadeFolders() {
 
 std::string scratchDir(const std::string& name) {
   static std::once_flag once;
-  std::call_once(once, [] { std::atexit(removeMadeFolders); });
+  // The list exists before the handler is registered, so that it is destroyed after the handler
+  // ran (exit runs handlers and static destructors in the reverse order of their registration).
+  std::call_once(once, [] {
+    madeFolders();
+    std::atexit(removeMadeFolders);
+  });
   const fs::path p = fs::path(MAPURA_TEST_BINARY_DIR) / "test-scratch" / (name + "-" + std::to_string(::getpid()));
   std::error_code ec;
   fs::remove_all(p, ec);

@@ -12,62 +12,13 @@ class TestWidgets : public QObject {
   Q_OBJECT
 
  private slots:
-  void spinnerDefaults();
-  void spinnerTrailColours();
-  void spinnerDistance();
   void spinnerCounterAndLabel();
   void spinnerSetters();
   void spinnerStartStopWithParent();
   void spinnerPaintsFadingRing();
-  void logoScreenRectangle();
   void logoScreenDrawsWhiteLogo();
-  void progressWidgetLayoutAndValue();
+  void progressWidgetValueAndBackground();
 };
-
-void TestWidgets::spinnerDefaults() {
-  WaitingSpinnerWidget spinner(nullptr, false, false);
-  QCOMPARE(spinner.color(), QColor(0, 172, 236, 255));
-  QCOMPARE(spinner.roundness(), 90.0);
-  QCOMPARE(spinner.minimumTrailOpacity(), 3.141592653589793);
-  QCOMPARE(spinner.trailFadePercentage(), 60.0);
-  QCOMPARE(spinner.revolutionsPersSecond(), 1.0);
-  QCOMPARE(spinner.numberOfLines(), 58);
-  QCOMPARE(spinner.lineLength(), 8);
-  QCOMPARE(spinner.lineWidth(), 3);
-  QCOMPARE(spinner.innerRadius(), 6);
-  QCOMPARE(spinner.size(), QSize(28, 28));
-  QVERIFY(!spinner.isSpinning());
-  QVERIFY(spinner.isHidden());
-}
-
-void TestWidgets::spinnerTrailColours() {
-  const QColor base(0, 172, 236, 255);
-  auto alpha = [&](int d) { return WaitingSpinnerWidget::currentLineColor(d, 58, 60.0, M_PI, base).alphaF(); };
-  QCOMPARE(WaitingSpinnerWidget::currentLineColor(0, 58, 60.0, M_PI, base), base);
-  // Threshold (int)(57 * 0.6) = 34: bars 1..34 fade linearly, the rest sit at pi percent.
-  const double minAlpha = M_PI / 100.0;
-  const double step = (1.0 - minAlpha) / 35.0;
-  for (int d = 1; d <= 34; ++d) QVERIFY(std::abs(alpha(d) - (1.0 - step * d)) < 1e-3);
-  for (int d = 35; d < 58; ++d) QVERIFY(std::abs(alpha(d) - minAlpha) < 1e-3);
-  QVERIFY(alpha(34) > alpha(35));
-  QVERIFY(alpha(1) > alpha(2));
-  // The colour itself is kept, only alpha changes.
-  const QColor faded = WaitingSpinnerWidget::currentLineColor(10, 58, 60.0, M_PI, base);
-  QCOMPARE(faded.red(), 0);
-  QCOMPARE(faded.green(), 172);
-  QCOMPARE(faded.blue(), 236);
-  // A half-transparent base fades from its own alpha.
-  QColor half(10, 20, 30);
-  half.setAlphaF(0.5);
-  QVERIFY(WaitingSpinnerWidget::currentLineColor(1, 58, 60.0, M_PI, half).alphaF() < 0.5);
-}
-
-void TestWidgets::spinnerDistance() {
-  QCOMPARE(WaitingSpinnerWidget::lineCountDistanceFromPrimary(5, 5, 58), 0);
-  QCOMPARE(WaitingSpinnerWidget::lineCountDistanceFromPrimary(3, 5, 58), 2);
-  QCOMPARE(WaitingSpinnerWidget::lineCountDistanceFromPrimary(6, 5, 58), 57);
-  QCOMPARE(WaitingSpinnerWidget::lineCountDistanceFromPrimary(57, 0, 58), 1);
-}
 
 void TestWidgets::spinnerCounterAndLabel() {
   QWidget parent;
@@ -94,7 +45,7 @@ void TestWidgets::spinnerCounterAndLabel() {
   const int counter = spinner.currentCounter();
   spinner.rotate();
   QCOMPARE(spinner.currentCounter(), counter);
-  ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT).clear();
+  ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = QString();
 }
 
 void TestWidgets::spinnerSetters() {
@@ -109,11 +60,6 @@ void TestWidgets::spinnerSetters() {
   for (int i = 0; i < 20; ++i) spinner.rotate();
   spinner.setNumberOfLines(12);
   QCOMPARE(spinner.currentCounter(), 0);
-  spinner.setLineLength(10);
-  spinner.setInnerRadius(10);
-  QCOMPARE(spinner.size(), QSize(28, 28));  // not resized until updateSize
-  spinner.updateSize();
-  QCOMPARE(spinner.size(), QSize(40, 40));
 }
 
 void TestWidgets::spinnerStartStopWithParent() {
@@ -179,21 +125,6 @@ void TestWidgets::spinnerPaintsFadingRing() {
   QCOMPARE(qAlpha(image.pixel(40, 40)), 0);
 }
 
-void TestWidgets::logoScreenRectangle() {
-  LogoScreen screen;
-  QVERIFY(screen.renderer()->isValid());
-  QCOMPARE(screen.logoRect(), QRectF(0, 0, 0, 0));
-  screen.resize(800, 500);
-  screen.show();
-  QVERIFY(QTest::qWaitForWindowExposed(&screen));
-  const QSize svg = screen.renderer()->defaultSize();
-  const int h = static_cast<int>(500 * 0.09);
-  const int w = static_cast<int>(static_cast<float>(svg.width()) / svg.height() * h);
-  QCOMPARE(screen.logoRect(), QRectF((800 - w) * 0.5, (500 - h) * 0.5, w, h));
-  screen.resize(800, 0);
-  QTRY_COMPARE(screen.logoRect().size(), QSizeF(0, 0));
-}
-
 void TestWidgets::logoScreenDrawsWhiteLogo() {
   QWidget parent;
   parent.setStyleSheet("background-color: rgb(20,20,20);");
@@ -223,16 +154,12 @@ void TestWidgets::logoScreenDrawsWhiteLogo() {
   QCOMPARE(qAlpha(screen.grab().toImage().pixel(5, 5)), 0);
 }
 
-void TestWidgets::progressWidgetLayoutAndValue() {
+void TestWidgets::progressWidgetValueAndBackground() {
   Style style;
   ProgressWidget widget(nullptr, &style);
   widget.resize(1000, 500);
   widget.show();
   QVERIFY(QTest::qWaitForWindowExposed(&widget));
-  QCOMPARE(widget.caption()->text(), QString("Pre-Processing"));
-  QCOMPARE(widget.caption()->alignment(), Qt::AlignCenter);
-  QCOMPARE(widget.caption()->geometry(), QRect(300, 200, 400, 30));
-  QCOMPARE(widget.bar()->geometry(), QRect(300, 250, 400, 40));
   widget.update(42);
   QCOMPARE(widget.bar()->value(), 42);
   widget.update(140);

@@ -396,18 +396,6 @@ class TestView3DRender : public QObject {
     QVERIFY(near(image.pixel(kWidth / 2, kHeight / 2), 0, 255, 0, 1));
     QVERIFY(isBackground(image.pixel(kWidth / 2 - 75, kHeight / 2)));
   }
-
-  void getColorRamp() {
-    float r, g, b;
-    getColor(10, 0, r, g, b);
-    QCOMPARE(r, 0.1f);
-    QCOMPARE(g, 0.3f);
-    QCOMPARE(b, 0.8f);
-    getColor(10, 5, r, g, b);
-    QCOMPARE(b, 0.f);
-    getColor(4, 3, r, g, b);
-    QCOMPARE(g, 0.5f * 0.3f);
-  }
 };
 
 QTEST_MAIN(TestView3DRender)

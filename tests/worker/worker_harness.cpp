@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <type_traits>
 
 #include "ProgramStates.h"
 #include "test_utils.h"
@@ -35,20 +36,47 @@ void ViewStandIn::poll() {
   ProgramStates::setBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED, true);
 }
 
+namespace {
+
+template <typename T>
+QVariant recorded(T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    return QVariant();
+  } else {
+    return QVariant::fromValue(value);
+  }
+}
+
+/// Records each emission of `signal` of `worker` through a queued connection to `receiver`.
+template <typename... Args>
+std::unique_ptr<Emissions> record(InputThreadModul* worker, void (InputThreadModul::*signal)(Args...),
+                                  QObject* receiver) {
+  auto emissions = std::make_unique<Emissions>();
+  Emissions* into = emissions.get();
+  QObject::connect(
+      worker, signal, receiver, [into](Args... args) { into->append(QList<QVariant>{recorded(args)...}); },
+      Qt::QueuedConnection);
+  return emissions;
+}
+
+}  // namespace
+
 int WorkerRun::open(bool live) {
   worker = std::make_unique<InputThreadModul>();
+  receiver = std::make_unique<QObject>();
   InputThreadModul* w = worker.get();
-  view_image = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendViewImage);
-  path = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendPath);
-  track = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendTrackStatus);
-  increment = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendIncrementKTRPos);
-  auto_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::autoEnd);
-  the_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::theEnd);
-  send_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendEnd);
-  reset_needed = std::make_unique<QSignalSpy>(w, &InputThreadModul::sendResetNeeded);
-  pre_process = std::make_unique<QSignalSpy>(w, &InputThreadModul::updatePreProcess);
-  pre_process_end = std::make_unique<QSignalSpy>(w, &InputThreadModul::preprocessEnd);
-  return w->initPAVO(live);
+  QObject* r = receiver.get();
+  view_image = record(w, &InputThreadModul::sendViewImage, r);
+  path = record(w, &InputThreadModul::sendPath, r);
+  track = record(w, &InputThreadModul::sendTrackStatus, r);
+  increment = record(w, &InputThreadModul::sendIncrementKTRPos, r);
+  auto_end = record(w, &InputThreadModul::autoEnd, r);
+  the_end = record(w, &InputThreadModul::theEnd, r);
+  send_end = record(w, &InputThreadModul::sendEnd, r);
+  reset_needed = record(w, &InputThreadModul::sendResetNeeded, r);
+  pre_process = record(w, &InputThreadModul::updatePreProcess, r);
+  pre_process_end = record(w, &InputThreadModul::preprocessEnd, r);
+  return worker->initPAVO(live);
 }
 
 void WorkerRun::start(const std::function<void()>& before_thread) {
@@ -79,12 +107,13 @@ WorkerRun::~WorkerRun() {
   worker.reset();
 }
 
-QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec) {
+QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec,
+                            const QString& resolution) {
   const QString dir = QString::fromStdString(mapura::test::scratchDir("worker-recordings-" + name.toStdString()));
   const QString file = dir + "/" + name + ".ktr";
   QProcess p;
-  p.start(PAVO_TOOL, {"synth", scene, "-o", file, "--frames", QString::number(frames), "--resolution", "VGA", "--codec",
-                      codec, "--seed", "3"});
+  p.start(PAVO_TOOL, {"synth", scene, "-o", file, "--frames", QString::number(frames), "--resolution", resolution,
+                      "--codec", codec, "--seed", "3"});
   if (!p.waitForFinished(600000) || p.exitCode() != 0) {
     qWarning("pavo synth failed: %s", p.readAllStandardError().constData());
     return QString();

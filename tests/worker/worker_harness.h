@@ -4,11 +4,12 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QList>
 #include <QObject>
-#include <QSignalSpy>
 #include <QString>
 #include <QThread>
 #include <QTimer>
+#include <QVariant>
 #include <functional>
 #include <memory>
 
@@ -33,13 +34,20 @@ class ViewStandIn : public QObject {
   QTimer timer_;
 };
 
+/// The arguments of each emission of one worker signal, in order (a pointer argument is recorded
+/// as an empty value).
+using Emissions = QList<QList<QVariant>>;
+
 /// A worker with its thread, spies on every signal, and the controller's answers.
 struct WorkerRun {
   std::unique_ptr<InputThreadModul> worker;
   std::unique_ptr<QThread> thread;
   std::unique_ptr<ViewStandIn> view;
-  std::unique_ptr<QSignalSpy> view_image, path, track, increment, auto_end, the_end, send_end, reset_needed,
-      pre_process, pre_process_end;
+  std::unique_ptr<Emissions> view_image, path, track, increment, auto_end, the_end, send_end, reset_needed, pre_process,
+      pre_process_end;
+  /// Lives on the test's thread: the worker's signals reach it queued, as they reach the
+  /// application, so the emissions above are written and read by that thread only.
+  std::unique_ptr<QObject> receiver;
 
   /// Opens the input (live or KTR_FILE_PATH); returns initPAVO's result.
   int open(bool live);
@@ -55,8 +63,9 @@ struct WorkerRun {
   ~WorkerRun();
 };
 
-/// Writes a synthesized recording with the pavo tool (cached per name); empty on failure.
-QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec);
+/// Writes a synthesized recording with the pavo tool; empty on failure.
+QString synthesizeRecording(const QString& name, const QString& scene, int frames, const QString& codec,
+                            const QString& resolution = "VGA");
 
 template <typename F>
 bool WorkerRun::waitFor(F done, int timeout_ms) {

@@ -27,7 +27,7 @@ std::shared_ptr<MappingModule> moduleOf(internal::CameraState& state) {
 // refined, when there is one and no other source (such as ground truth) was set.
 void useRefinedTrajectory(internal::CameraState& s) {
   if (s.refined_pose) return;
-  const internal::TrajectoryStore* store = internal::trajectoryStore(s);
+  const internal::TrajectoryStore* store = internal::finalTrajectory(s);
   if (!store || !store->isFinal()) return;
   internal::CameraState* state = &s;
   s.refined_pose = [state](int frame_index, Eigen::Matrix4f& T_world_camera) {
@@ -135,9 +135,11 @@ ERROR_CODE mappingStep(CameraState& state) {
   const auto module = std::atomic_load(&state.mapping_module);
   if (!module || !state.depth.valid || state.depth.depth_m.empty() || !state.frame.valid) return ERROR_CODE::SUCCESS;
   DepthFrame frame;
-  if (isOfflineType(module->config().parameters.map_type)) {
-    if (!state.refined_pose || !state.refined_pose(state.frame.index, frame.T_world_camera)) return ERROR_CODE::SUCCESS;
-  } else {
+  // The two-pass types fuse at the refined pose of a frame; a frame the first pass never reached
+  // (it was stopped early) at the pose tracking gives it now, as the live types do.
+  const bool refined = isOfflineType(module->config().parameters.map_type) && state.refined_pose &&
+                       state.refined_pose(state.frame.index, frame.T_world_camera);
+  if (!refined) {
     if (state.tracking.state != POSITIONAL_TRACKING_STATE::OK) return ERROR_CODE::SUCCESS;
     frame.T_world_camera = state.tracking.T_world_camera;
   }

@@ -51,11 +51,14 @@ ERROR_CODE Camera::enablePositionalTracking(PositionalTrackingParameters paramet
   if (!s.tracking_module) s.tracking_module = std::make_shared<TrackingModule>();
   TrackingModule& m = *s.tracking_module;
   const std::string key = inputKey(s);
-  // A finished run on the same recording stays available for a second pass.
-  if (m.engine && m.engine->trajectory().isFinal() && !key.empty() && key == m.input_key) {
-    m.previous_pass = m.engine->sharedTrajectory();
-  } else if (key != m.input_key) {
+  // A finished run on the same recording stays available for a second pass, after its final
+  // optimisation (run here rather than at disable, which a live stop would wait for in vain). An
+  // area file asks for relocalisation in the saved area instead.
+  if (!area_path.empty() || key != m.input_key) {
     m.previous_pass.reset();
+  } else if (m.engine && !m.enabled && !key.empty()) {
+    m.engine->finalise();
+    m.previous_pass = m.engine->sharedTrajectory();
   }
   m.input_key = key;
   m.parameters = parameters;
@@ -101,11 +104,8 @@ void Camera::disablePositionalTracking(const String& area_file_path) {
   internal::CameraState& s = *state_;
   TrackingModule* m = activeModule(s);
   if (!m) return;
-  if (!std::string(area_file_path.c_str()).empty()) {
-    (void)saveAreaMap(area_file_path);  // finalises too
-  } else {
-    m->engine->finalise();
-  }
+  // The final optimisation runs only for what uses it: the area file here, a second pass later.
+  if (!std::string(area_file_path.c_str()).empty()) (void)saveAreaMap(area_file_path);
   m->enabled = false;
   s.tracking = internal::TrackingData();
 }
@@ -124,6 +124,12 @@ const TrajectoryStore* trajectoryStore(const CameraState& state) {
   return m->engine ? &m->engine->trajectory() : nullptr;
 }
 
+const TrajectoryStore* finalTrajectory(CameraState& state) {
+  TrackingModule* m = state.tracking_module.get();
+  if (m && !m->previous_pass && m->engine && !m->enabled) m->engine->finalise();
+  return trajectoryStore(state);
+}
+
 ERROR_CODE trackingStep(CameraState& state, const FrameDepth& depth) {
   TrackingModule* m = activeModule(state);
   if (!m) {
@@ -136,15 +142,22 @@ ERROR_CODE trackingStep(CameraState& state, const FrameDepth& depth) {
   m->timestamp_ns = f.timestamp_ns;
 
   Eigen::Isometry3d refined;
-  if (m->previous_pass && m->previous_pass->isFinal() && m->previous_pass->size() > 0) {
+  const TrajectoryStore* first_pass = m->previous_pass.get();
+  const int first_pass_end = first_pass && first_pass->isFinal() ? first_pass->lastFrame() : -1;
+  if (f.index <= first_pass_end) {
     // Second pass over a recording: the globally optimised pose of each frame; a frame the first
     // pass could not track holds the last pose, as while searching.
-    const bool known = m->previous_pass->refinedPose(f.index, refined);
+    const bool known = first_pass->refinedPose(f.index, refined);
     state.tracking.state = known ? POSITIONAL_TRACKING_STATE::OK : POSITIONAL_TRACKING_STATE::SEARCHING;
     if (known) state.tracking.T_world_camera = toMatrix4f(refined);
     state.tracking.confidence = known ? 100 : 0;
     m->used.clear();
     m->rejected.clear();
+    // A first pass cut short ends here: tracking takes over from its last pose for the frames after.
+    if (known && f.index == first_pass_end) {
+      m->engine->restartAt(refined);
+      (void)m->engine->process(f.left_gray, f.right_gray, depth, f.index, double(f.timestamp_ns) * 1e-9);
+    }
   } else {
     const EngineOutput out =
         m->engine->process(f.left_gray, f.right_gray, depth, f.index, double(f.timestamp_ns) * 1e-9);

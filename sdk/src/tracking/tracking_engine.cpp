@@ -96,7 +96,14 @@ EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, 
   return out;
 }
 
+void TrackingEngine::restartAt(const Eigen::Isometry3d& T_world_camera) {
+  odometry_.restart(T_world_camera);
+  T_world_last_ = T_world_camera;
+  lost_frames_ = 0;
+}
+
 void TrackingEngine::finalise() {
+  if (trajectory_->isFinal()) return;
   if (map_.keyframes.size() >= 2) {
     if (area_.loopCount() > 0) area_.optimise();
     std::vector<int> ids;

@@ -28,6 +28,11 @@ bool TrajectoryStore::refinedPose(int frame_index, Eigen::Isometry3d& T_world_ca
   return true;
 }
 
+int TrajectoryStore::lastFrame() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return frames_.empty() ? -1 : frames_.rbegin()->first;
+}
+
 bool TrajectoryStore::isFinal() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return final_;

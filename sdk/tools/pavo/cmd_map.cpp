@@ -230,7 +230,14 @@ int runMap(int argc, char** argv) {
   if (o.two_pass) {
     std::cout << "pass 1 of 2: tracking\n";
     if (const int failed = grabAll(camera, false, o.points, nullptr, pass1)) return failed;
+    // The application's hand-over: tracking off, rewind, and on again without area memory; the
+    // second pass then reports and fuses at the poses the first pass refined.
+    camera.disablePositionalTracking();
     camera.setKTRPosition(0);
+    pv::PositionalTrackingParameters second;
+    second.enable_area_memory = false;
+    if (camera.enablePositionalTracking(second) != pv::ERROR_CODE::SUCCESS)
+      return pavo::failure(kName, std::string("positional tracking failed: ") + pv::lastErrorDetail().c_str());
     mp.map_type = o.points ? pv::SPATIAL_MAP_TYPE::FUSED_POINT_CLOUD_OFFLINE : pv::SPATIAL_MAP_TYPE::MESH_OFFLINE;
     std::cout << "pass 2 of 2: mapping\n";
   }

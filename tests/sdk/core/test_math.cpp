@@ -82,29 +82,6 @@ TEST(Math, ShortestArcBetweenDirections) {
   EXPECT_EQ(none, pv::Orientation());
 }
 
-TEST(Math, ViewCameraOrientationCases) {
-  // A camera looking along -z with y up: forward (0,0,1) onto -(0,0,-1) is the identity, so the
-  // camera vectors are the originals and the view matrix is the translation by -position.
-  const pv::Translation original_forward(0, 0, 1), original_up(0, 1, 0), original_right(1, 0, 0);
-  const pv::Translation direction(0, 0, -1);
-  const pv::Orientation rotation(original_forward, -pv::Translation::normalize(direction));
-  EXPECT_EQ(rotation, pv::Orientation());
-  expectNear(original_forward * rotation, {0, 0, 1});
-  expectNear(original_up * rotation, {0, 1, 0});
-  expectNear(-original_right * rotation, {-1, 0, 0});
-  const pv::Translation position(1.f, 2.f, -3.f);
-  pv::Transform eye(rotation, position);
-  ASSERT_EQ(eye.inverse(), pv::ERROR_CODE::SUCCESS);
-  pv::Transform expected;
-  expected.setTranslation(-position);
-  expectNear(eye, expected);
-
-  // A vertical pointing down makes the camera turn half about its forward axis (float pi).
-  const pv::Orientation half_turn = pv::Orientation(pv::Rotation(3.1415927f, original_forward)) * rotation;
-  expectNear(original_up * half_turn, {0, -1, 0}, 1e-6f);
-  expectNear(-original_right * half_turn, {1, 0, 0}, 1e-6f);
-}
-
 TEST(Math, RigidTransformsAndTheirInverse) {
   std::mt19937 rng(11);
   std::uniform_real_distribution<float> u(-5.f, 5.f);
@@ -148,16 +125,6 @@ TEST(Math, RotationVectorAndEulerRoundTrips) {
   pv::Transform t;
   t.setEulerAngles({10.f, 20.f, 30.f}, false);
   expectNear(t.getEulerAngles(false), {10.f, 20.f, 30.f}, 1e-3f);
-}
-
-TEST(Math, VectorHelpers) {
-  const pv::float3 a(1, 2, 2);
-  EXPECT_FLOAT_EQ(pv::length(a), 3.f);
-  expectNear(pv::normalize(a), {1.f / 3, 2.f / 3, 2.f / 3});
-  EXPECT_EQ(pv::normalize(pv::float3()), pv::float3());
-  EXPECT_FLOAT_EQ(pv::dot(a, pv::float3(1, 0, -1)), -1.f);
-  expectNear(pv::cross(pv::float3(1, 0, 0), pv::float3(0, 1, 0)), {0, 0, 1});
-  expectNear((a + a) * 0.5f - a, {0, 0, 0});
 }
 
 }  // namespace

@@ -131,10 +131,13 @@ TEST(CameraTracking, FollowsAKnownPathLiveAndRefinedForTheSecondPass) {
   // Frame 0 is the world origin.
   EXPECT_LT(live[0].T_world_camera.translation().norm(), 1e-6);
 
-  // End of the first pass: the refined trajectory becomes final and stays after disabling.
+  // End of the first pass: the trajectory stays after disabling and is optimised once a second
+  // pass asks for it.
   room.camera.disablePositionalTracking();
   EXPECT_FALSE(room.camera.isPositionalTrackingEnabled());
-  const TrajectoryStore* store = trajectoryStore(room.state());
+  ASSERT_NE(trajectoryStore(room.state()), nullptr);
+  EXPECT_FALSE(trajectoryStore(room.state())->isFinal());
+  const TrajectoryStore* store = finalTrajectory(room.state());
   ASSERT_NE(store, nullptr);
   EXPECT_TRUE(store->isFinal());
   EXPECT_EQ(store->size(), size_t(kFrames + 1));

@@ -1,12 +1,15 @@
 // Tracking end to end through pv::Camera on a synthesized recording: the offline sequence the
-// application runs (first pass, area file, rewind, second pass with refined poses).
+// application runs (first pass, area file, rewind, second pass with refined poses), also when the
+// first pass is stopped half way.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
+#include "mapping/internal/mapping_module.h"
 #include "pv/camera.h"
 #include "synth/internal/synth.h"
 #include "test_utils.h"
+#include "tracking/internal/tracking_module.h"
 #include "tracking/internal/trajectory_eval.h"
 
 using namespace pv;
@@ -92,4 +95,44 @@ TEST(TrackingRecording, TwoPassesOverASynthesizedRoom) {
   Pose pose;
   ASSERT_EQ(camera.getPosition(pose), POSITIONAL_TRACKING_STATE::OK);
   EXPECT_LT((fromTransform(pose.pose_data).translation() - truth[30].T_world_camera.translation()).norm(), 0.02);
+
+  // The first pass stopped half way, then the two-pass mapping over the whole recording, with depth.
+  constexpr int kStop = 45;
+  Camera cut;
+  init.depth_mode = DEPTH_MODE::PERFORMANCE;
+  ASSERT_EQ(cut.open(init), ERROR_CODE::SUCCESS);
+  ASSERT_EQ(cut.enablePositionalTracking(), ERROR_CODE::SUCCESS);
+  for (int i = 0; i < kStop; ++i) ASSERT_EQ(cut.grab(), ERROR_CODE::SUCCESS);
+  internal::TrackingModule* module = cut.state()->tracking_module.get();
+  ASSERT_EQ(cut.saveAreaMap((dir + "/cut.ogt").c_str()), ERROR_CODE::SUCCESS);
+  const std::shared_ptr<internal::TrajectoryStore> first_pass = module->engine->sharedTrajectory();
+  Eigen::Isometry3d saved, handed_over;
+  ASSERT_TRUE(first_pass->refinedPose(kStop - 1, saved));
+  cut.disablePositionalTracking();
+  cut.setKTRPosition(0);
+  ASSERT_EQ(cut.enablePositionalTracking(second), ERROR_CODE::SUCCESS);
+  // Optimised once, for the area file: the hand-over leaves the poses as they were saved.
+  ASSERT_TRUE(first_pass->refinedPose(kStop - 1, handed_over));
+  EXPECT_TRUE(saved.matrix() == handed_over.matrix());
+  SpatialMappingParameters mapping;
+  mapping.resolution_meter = 0.05f;
+  mapping.map_type = SPATIAL_MAP_TYPE::MESH_OFFLINE;
+  ASSERT_EQ(cut.enableSpatialMapping(mapping), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
+  // Refined poses up to the stop, tracked ones after it, and every frame fused.
+  internal::Trajectory whole;
+  while (cut.grab() == ERROR_CODE::SUCCESS) {
+    Pose p;
+    EXPECT_EQ(cut.getPosition(p), POSITIONAL_TRACKING_STATE::OK) << "frame " << whole.size();
+    whole.push_back({double(p.timestamp_ns) * 1e-9, fromTransform(p.pose_data)});
+  }
+  ASSERT_EQ(int(whole.size()), o.frames);
+  internal::TrajectoryErrors c;
+  ASSERT_TRUE(internal::evaluateTrajectory(whole, truth, c, error)) << error;
+  std::printf("first pass stopped at %d: ate_rmse_m %.4f ate_pct %.3f\n", kStop, c.ate_rmse_m, c.ate_pct);
+  EXPECT_LT(c.ate_pct, 1.0);
+  EXPECT_EQ(int(std::atomic_load(&cut.state()->mapping_module)->stats().frames_submitted), o.frames);
+  // A stop with no second pass to follow (the end of a live scan) runs no final optimisation.
+  cut.disableSpatialMapping();
+  cut.disablePositionalTracking();
+  EXPECT_FALSE(module->engine->trajectory().isFinal());
 }

@@ -3,7 +3,8 @@
 // processor computes the same numbers.
 #pragma once
 
-#if defined(__GNUC__) && defined(__x86_64__)
+// Not under TSan: the loader runs the clones' resolver before the sanitizer's runtime is up.
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
 #define PV_WIDE_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define PV_WIDE_VECTOR_CLONES

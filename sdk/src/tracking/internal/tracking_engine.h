@@ -43,8 +43,11 @@ class TrackingEngine {
   /// its world frame.
   void adoptArea(MapData area);
   /// Final global optimisation (pose graph with the loops, then bundle adjustment of every
-  /// keyframe) and re-anchoring of the stored trajectory, which becomes final.
+  /// keyframe) and re-anchoring of the stored trajectory, which becomes final. Does nothing when
+  /// the trajectory is final already (no frame was tracked since).
   void finalise();
+  /// Forgets the tracks: the next frame starts afresh at `T_world_camera`.
+  void restartAt(const Eigen::Isometry3d& T_world_camera);
 
   const MapData& map() const { return map_; }
   const TrajectoryStore& trajectory() const { return *trajectory_; }

@@ -2,11 +2,11 @@
 //
 // For the mapping module: while tracking runs on a recording, each tracked frame index is stored
 // against the keyframe it was tracked from. Loop closures and the final global optimisation
-// (run by Camera::saveAreaMap and Camera::disablePositionalTracking) move the keyframes, and
-// refinedPose then returns the frame's pose after them. The store survives
+// (run by Camera::saveAreaMap, or when a second pass first asks for the poses) move the keyframes,
+// and refinedPose then returns the frame's pose after them. The store survives
 // disablePositionalTracking on the same open recording (it is dropped at close, or when tracking
 // is enabled again on a different input) so that a second pass with map type 5 or 6 can fuse at
-// these poses: call trajectoryStore(state) and check isFinal().
+// these poses: call finalTrajectory(state).
 // Poses are T_world_camera in IMAGE axes and metres, like CameraState::tracking.
 #pragma once
 
@@ -28,6 +28,8 @@ class TrajectoryStore {
   void refine(const MapData& map);
   /// The pose of a stored frame; false when the frame was not tracked. Thread safe.
   bool refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const;
+  /// The highest stored frame index, -1 when none. Thread safe.
+  int lastFrame() const;
   /// True once the final global optimisation has run (two-pass poses are ready). Thread safe.
   bool isFinal() const;
   void setFinal(bool final_poses);
@@ -48,5 +50,8 @@ class TrajectoryStore {
 struct CameraState;
 /// The store of the camera's tracking module, or null when tracking never ran since open.
 const TrajectoryStore* trajectoryStore(const CameraState& state);
+/// As trajectoryStore, after the final global optimisation of a finished (disabled) tracking run,
+/// which runs here the first time it is asked for. Call from the grabbing thread.
+const TrajectoryStore* finalTrajectory(CameraState& state);
 
 }  // namespace pv::internal
