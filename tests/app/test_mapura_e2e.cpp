@@ -70,8 +70,6 @@ class MapuraEndToEnd : public QObject {
   void gainAndExposureWithAndWithoutAuto();
   void liveScanToFiles();
   void ktrScanOffLine();
-  void cameraDisconnection();
-  void mappingMemoryFull();
   void saveFolderWrittenOnExit();
 
  private:
@@ -614,42 +612,6 @@ void MapuraEndToEnd::ktrScanOffLine() {
   }
   QVERIFY(!mapFiles(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)).isEmpty());
   QVERIFY(ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT) > 0);
-}
-
-void MapuraEndToEnd::cameraDisconnection() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(e2e::scanningUnavailable(file));
-  qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=90");
-  SKIP_IF(openLive(file));
-  click(gui_->startButton);
-  QVERIFY2(
-      e2e::waitUntil([&] { return answerer_->count("The PAVO has been disconnected. Mapping will be stopped.") == 1; },
-                     60000),
-      qPrintable(answerer_->describe()));
-  QCOMPARE(answerer_->boxes.last().title, QString("PAVO Disconnection"));
-  // The map made until the disconnection is still processed and shown, or reported too small.
-  QVERIFY(e2e::waitUntil([&] { return phase() == 5 || answerer_->count("Invalid mesh") > 0; }, kScanTimeoutMs));
-}
-
-void MapuraEndToEnd::mappingMemoryFull() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(e2e::scanningUnavailable(file));
-  SKIP_IF(openLive(file));
-  gui_->memorySlider->setMinimum(1);
-  gui_->memorySlider->setValue(1);
-  click(gui_->startButton);
-  QVERIFY2(
-      e2e::waitUntil(
-          [&] { return answerer_->count("Maximum Spatial Mapping memory reached. Mapping will be stopped.") == 1; },
-          90000),
-      qPrintable(answerer_->describe()));
-  QCOMPARE(answerer_->boxes.last().title, QString("Spatial Mapping memory insufficient"));
-  QVERIFY(e2e::waitUntil([&] { return phase() == 5 || answerer_->count("Invalid mesh") > 0; }, kScanTimeoutMs));
-  gui_->memorySlider->setMinimum(512);
 }
 
 void MapuraEndToEnd::saveFolderWrittenOnExit() {
