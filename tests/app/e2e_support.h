@@ -11,6 +11,15 @@
 #include <QTimer>
 #include <functional>
 
+class GUI;
+
+/// Skips the calling Qt test function with `reason` unless it is empty.
+#define SKIP_IF(reason)                           \
+  do {                                            \
+    const QString why_ = (reason);                \
+    if (!why_.isEmpty()) QSKIP(qPrintable(why_)); \
+  } while (0)
+
 namespace e2e {
 
 /// Points HOME (and with it the documents folder and the settings) at `home`, creates
@@ -62,6 +71,13 @@ QString synthesize(const QString& name, int frames, const QString& resolution, Q
 /// Empty when the SDK can open `ktr` and enable tracking and spatial mapping on it; otherwise why
 /// not (a scan cannot produce a map in this build).
 QString scanningUnavailable(const QString& ktr);
+
+/// "Input", then "Live" on the virtual camera playing `recording`; empty when the window is
+/// ready to scan, else why not.
+QString openLive(GUI* gui, DialogAnswerer& answerer, const QString& recording);
+/// "Input" (when shown), then "KTR" with `file` typed into the dialog; empty when the window is
+/// ready to scan, else why not.
+QString openKtr(GUI* gui, DialogAnswerer& answerer, const QString& file);
 
 /// Saves a picture of the whole screen into $MAPURA_SCREENSHOT_DIR (nothing when unset).
 void screenshot(const QString& name);

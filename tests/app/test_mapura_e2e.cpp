@@ -75,9 +75,9 @@ class MapuraEndToEnd : public QObject {
  private:
   void click(QAbstractButton* button) { QTest::mouseClick(button, Qt::LeftButton); }
   /// Input, then Live on a virtual camera playing `recording`; empty on success, else why not.
-  QString openLive(const QString& recording);
+  QString openLive(const QString& recording) { return e2e::openLive(gui_, *answerer_, recording); }
   /// Input, then KTR with `file`; empty on success, else why not.
-  QString openKtr(const QString& file);
+  QString openKtr(const QString& file) { return e2e::openKtr(gui_, *answerer_, file); }
   /// A VGA recording for the tests, or the reason there is none.
   QString recording(const QString& name, int frames, QString* why) { return e2e::synthesize(name, frames, "VGA", why); }
   /// Start, wait, Stop and wait for the result; checks the files and the view.
@@ -90,12 +90,6 @@ class MapuraEndToEnd : public QObject {
   QTemporaryDir scratch_;
 };
 
-#define SKIP_IF(reason)                           \
-  do {                                            \
-    const QString why_ = (reason);                \
-    if (!why_.isEmpty()) QSKIP(qPrintable(why_)); \
-  } while (0)
-
 void MapuraEndToEnd::init() {
   answerer_ = std::make_unique<e2e::DialogAnswerer>();
   qunsetenv("PAVO_VIRTUAL_CAMERA");
@@ -105,24 +99,6 @@ void MapuraEndToEnd::init() {
 void MapuraEndToEnd::cleanup() {
   if (app_->window()) app_->resetApp();
   answerer_.reset();
-}
-
-QString MapuraEndToEnd::openLive(const QString& recordingFile) {
-  qputenv("PAVO_VIRTUAL_CAMERA", recordingFile.toUtf8());
-  click(gui_->inputButton);
-  if (!gui_->liveButton->isVisible()) return "the Input button did not offer Live and KTR";
-  if (!gui_->liveButton->isEnabled()) return "the SDK lists no camera for PAVO_VIRTUAL_CAMERA (virtual camera missing)";
-  click(gui_->liveButton);
-  if (!answerer_->boxes.isEmpty()) return "the virtual camera does not open: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
-}
-
-QString MapuraEndToEnd::openKtr(const QString& file) {
-  if (gui_->inputButton->isVisible()) click(gui_->inputButton);
-  answerer_->files.enqueue(file);
-  click(gui_->ktrButton);
-  if (!answerer_->boxes.isEmpty()) return "the KTR file does not open here: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
 }
 
 void MapuraEndToEnd::scanToResult(const QString& prefix, int scanMs) {

@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <csignal>
+#include <cstring>
 #include <memory>
 
 #include "GUI.h"
@@ -70,13 +71,7 @@ pv::Mesh earlierMesh() {
   m.normals.assign(4, {0, 0, 1});
   m.uv = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
   m.texture.alloc(8, 8, pv::MAT_TYPE::U8_C3);
-  for (size_t y = 0; y < 8; ++y)
-    for (size_t x = 0; x < 8; ++x) {
-      unsigned char* p = m.texture.getPixel<unsigned char>(x, y);
-      p[0] = static_cast<unsigned char>(x * 30);
-      p[1] = static_cast<unsigned char>(y * 30);
-      p[2] = 99;
-    }
+  std::memset(m.texture.getPtr<unsigned char>(), 99, m.texture.getStepBytes() * 8);
   return m;
 }
 
@@ -136,12 +131,11 @@ class MapuraFaults : public QObject {
  private:
   void click(QAbstractButton* button) { QTest::mouseClick(button, Qt::LeftButton); }
   int phase() const { return gui_->phase(); }
-  /// A VGA recording of `frames` frames, or empty with the reason in `why`.
+  /// A VGA recording of `frames` frames among the documents, or empty with the reason in `why`.
   QString recording(const QString& name, int frames, QString* why);
-  /// Opens the virtual camera playing `file`; empty on success, else why not.
-  QString openLive(const QString& file);
-  /// Opens `file` through "KTR"; empty on success, else why not.
-  QString openKtr(const QString& file);
+  /// The earlier files written, then the virtual camera (with `options`) opened on a recording;
+  /// empty when the window is ready to scan, else why not.
+  QString beginLive(const char* options = "");
   /// Presses Start and waits until the worker maps and has fused about `ms` of frames.
   void startAndMap(int ms);
   /// Waits for the end of the scan: the result shown (phase 5) or a fresh instance after an
@@ -149,9 +143,11 @@ class MapuraFaults : public QObject {
   bool waitForTheEnd();
   /// A copy of `recording` among the user's documents, so that it is one of the files checked.
   QString documentCopy(const QString& recording, const QString& name);
-  /// The earlier scans and files that must come through untouched: everything in the documents
-  /// folder (earlier scans, the recordings) as it is now.
-  void writeEarlierFiles();
+  /// Writes an earlier scan of every kind and remembers the documents folder; false on failure.
+  bool writeEarlierFiles();
+  /// Remembers everything in the documents folder (earlier scans, the recordings) as it is now:
+  /// the files that must come through untouched.
+  void rememberEarlierFiles() { earlier_ = digests(documents_); }
   QString earlierFilesDamaged() const { return damaged(earlier_, digests(documents_)); }
 
   MainProcess* app_;
@@ -160,12 +156,6 @@ class MapuraFaults : public QObject {
   QString documents_;
   QMap<QString, QByteArray> earlier_;
 };
-
-#define SKIP_IF(reason)                           \
-  do {                                            \
-    const QString why_ = (reason);                \
-    if (!why_.isEmpty()) QSKIP(qPrintable(why_)); \
-  } while (0)
 
 void MapuraFaults::init() {
   answerer_ = std::make_unique<e2e::DialogAnswerer>();
@@ -191,21 +181,13 @@ QString MapuraFaults::recording(const QString& name, int frames, QString* why) {
   return copy;
 }
 
-QString MapuraFaults::openLive(const QString& file) {
-  qputenv("PAVO_VIRTUAL_CAMERA", file.toUtf8());
-  click(gui_->inputButton);
-  if (!gui_->liveButton->isEnabled()) return "the SDK lists no camera for PAVO_VIRTUAL_CAMERA (virtual camera missing)";
-  click(gui_->liveButton);
-  if (!answerer_->boxes.isEmpty()) return "the virtual camera does not open: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
-}
-
-QString MapuraFaults::openKtr(const QString& file) {
-  click(gui_->inputButton);
-  answerer_->files.enqueue(file);
-  click(gui_->ktrButton);
-  if (!answerer_->boxes.isEmpty()) return "the KTR file does not open here: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
+QString MapuraFaults::beginLive(const char* options) {
+  QString why;
+  const QString file = recording("live", 150, &why);
+  if (!why.isEmpty()) return why;
+  if (!writeEarlierFiles()) return "the earlier files cannot be written";
+  qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", options);
+  return e2e::openLive(gui_, *answerer_, file);
 }
 
 void MapuraFaults::startAndMap(int ms) {
@@ -228,27 +210,24 @@ QString MapuraFaults::documentCopy(const QString& recording, const QString& name
   return QFile::copy(recording, copy) ? copy : QString();
 }
 
-void MapuraFaults::writeEarlierFiles() {
-  QVERIFY(writeEarlierScan(app_->meshesDir().absolutePath() + "/Earlier_scan"));
-  earlier_ = digests(documents_);
-  QVERIFY(earlier_.size() >= 6);
+bool MapuraFaults::writeEarlierFiles() {
+  if (!writeEarlierScan(app_->meshesDir().absolutePath() + "/Earlier_scan")) return false;
+  rememberEarlierFiles();
+  return earlier_.size() >= 6;
 }
 
 // The disk fills while the map is saved: nothing is written, nothing earlier is touched (an
 // earlier raw mesh in the very folder the scan writes into included), and the window says that
 // the map it was to show cannot be read.
 void MapuraFaults::diskFillsWhileTheMapIsSaved() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(openLive(file));
+  SKIP_IF(beginLive());
   gui_->saveRawMeshCheck->setChecked(true);
   startAndMap(8000);
   // An earlier scan of the same camera in the same minute wrote into the same folder.
   const QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
   QVERIFY(QDir().mkpath(out));
   QVERIFY(earlierMesh().save((out + "mesh_raw.ply").toUtf8().constData(), pv::MESH_FILE_FORMAT::PLY));
-  writeEarlierFiles();
+  rememberEarlierFiles();
   {
     FileSizeLimit full_disk(512);
     click(gui_->startButton);  // Stop
@@ -265,10 +244,7 @@ void MapuraFaults::diskFillsWhileTheMapIsSaved() {
 // The output folder cannot be made (a file stands where it should be; chmod would not stop root):
 // the same report, and the file standing there is untouched.
 void MapuraFaults::outputFolderCannotBeMade() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(openLive(file));
+  SKIP_IF(beginLive());
   startAndMap(6000);
   QString out = ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR);
   out.chop(1);
@@ -277,7 +253,7 @@ void MapuraFaults::outputFolderCannotBeMade() {
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.write("not a folder");
   }
-  writeEarlierFiles();
+  rememberEarlierFiles();
   click(gui_->startButton);  // Stop
   QVERIFY2(waitForTheEnd(), qPrintable(answerer_->describe()));
   QCOMPARE(answerer_->count(kInvalidFile), 1);
@@ -288,12 +264,7 @@ void MapuraFaults::outputFolderCannotBeMade() {
 // The camera is unplugged while mapping: the user is told, and the map made until then is
 // processed, saved beside the earlier scans and shown.
 void MapuraFaults::cameraUnpluggedWhileMapping() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  writeEarlierFiles();
-  qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=120");
-  SKIP_IF(openLive(file));
+  SKIP_IF(beginLive("disconnect_after=120"));
   click(gui_->startButton);
   QVERIFY2(
       e2e::waitUntil([&] { return answerer_->count("The PAVO has been disconnected. Mapping will be stopped.") == 1; },
@@ -313,12 +284,7 @@ void MapuraFaults::cameraUnpluggedWhileMapping() {
 // Unplugged with texturing to come: the texture is made from the images kept before, and the
 // OBJ, its material library and texture are written whole.
 void MapuraFaults::cameraUnpluggedBeforeTexturing() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  writeEarlierFiles();
-  qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=120");
-  SKIP_IF(openLive(file));
+  SKIP_IF(beginLive("disconnect_after=120"));
   gui_->applyTextureCheck->setChecked(true);
   click(gui_->startButton);
   QVERIFY2(waitForTheEnd(), qPrintable(answerer_->describe()));
@@ -339,8 +305,8 @@ void MapuraFaults::recordingCutShortWhileItIsRead() {
   QString why;
   const QString file = recording("ktr", 90, &why);
   SKIP_IF(why);
-  writeEarlierFiles();
-  SKIP_IF(openKtr(file));
+  QVERIFY(writeEarlierFiles());
+  SKIP_IF(e2e::openKtr(gui_, *answerer_, file));
   click(gui_->startButton);
   QVERIFY(e2e::waitUntil([&] { return app_->worker()->frameCounter() >= 20 || phase() != 3; }, 60000));
   QVERIFY(QFile::resize(file, QFileInfo(file).size() / 2));
@@ -357,11 +323,7 @@ void MapuraFaults::recordingCutShortWhileItIsRead() {
 // The mapping memory budget is reached: the user is told, and the map made within the budget is
 // saved and shown (or reported too small to be a map).
 void MapuraFaults::mappingMemoryBudgetReached() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  writeEarlierFiles();
-  SKIP_IF(openLive(file));
+  SKIP_IF(beginLive());
   gui_->memorySlider->setMinimum(1);
   gui_->memorySlider->setValue(1);
   click(gui_->startButton);

@@ -18,11 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using pv::MESH_FILE_FORMAT;
 
-std::string readBytes(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
 void writeBytes(const std::string& path, const std::string& bytes) {
   std::ofstream f(path, std::ios::binary);
   f << bytes;

@@ -30,11 +30,6 @@ namespace {
 namespace fs = std::filesystem;
 using pv::MESH_FILE_FORMAT;
 
-std::string readBytes(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
 /// Everything in a folder: each file's bytes, each sub-folder marked as such.
 std::map<std::string, std::string> snapshot(const std::string& dir) {
   std::map<std::string, std::string> out;
@@ -45,7 +40,7 @@ std::map<std::string, std::string> snapshot(const std::string& dir) {
     else if (e.is_directory())
       out[name] = "<folder>";
     else
-      out[name] = e.is_regular_file() ? readBytes(e.path().string()) : std::string("<special>");
+      out[name] = e.is_regular_file() ? mapura::test::readFileBytes(e.path().string()) : std::string("<special>");
   }
   return out;
 }
@@ -230,7 +225,7 @@ TEST(SaveFaults, LinksAreFollowedAndPipesWrittenInPlace) {
   const std::string pipe = dir + "/pipe.ply";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   std::string received;
-  std::thread reader([&] { received = readBytes(pipe); });
+  std::thread reader([&] { received = mapura::test::readFileBytes(pipe); });
   EXPECT_TRUE(mesh.save(pipe.c_str(), MESH_FILE_FORMAT::PLY)) << pv::lastErrorDetail().str();
   reader.join();
   EXPECT_EQ(received.compare(0, 4, "ply\n"), 0);
