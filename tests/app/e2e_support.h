@@ -8,8 +8,12 @@
 #include <QQueue>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
 #include <functional>
+
+#include "MainProcess.h"
 
 class GUI;
 
@@ -84,5 +88,18 @@ void screenshot(const QString& name);
 
 /// Processes events until `done` or `timeout_ms`; returns `done()`.
 bool waitUntil(const std::function<bool()>& done, int timeout_ms);
+
+/// The main() of a window test: a private home folder, the application constructed as main()
+/// does, then the Qt Test object `Test(MainProcess*)` run with the command line.
+template <class Test>
+int runWindowTest(int argc, char** argv) {
+  QTemporaryDir home;
+  useHome(home.path());
+  MainProcess app(argc, argv);
+  app.setAttribute(Qt::AA_Use96Dpi, true);
+  app.Construct();
+  Test test(&app);
+  return QTest::qExec(&test, argc, argv);
+}
 
 }  // namespace e2e

@@ -602,14 +602,6 @@ void MapuraEndToEnd::saveFolderWrittenOnExit() {
   QCOMPARE(settings.value("dir/save").toString(), expected);
 }
 
-int main(int argc, char** argv) {
-  QTemporaryDir home;
-  e2e::useHome(home.path());
-  MainProcess app(argc, argv);
-  app.setAttribute(Qt::AA_Use96Dpi, true);
-  app.Construct();
-  MapuraEndToEnd test(&app);
-  return QTest::qExec(&test, argc, argv);
-}
+int main(int argc, char** argv) { return e2e::runWindowTest<MapuraEndToEnd>(argc, argv); }
 
 #include "test_mapura_e2e.moc"

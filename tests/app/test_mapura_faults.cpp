@@ -340,14 +340,6 @@ void MapuraFaults::mappingMemoryBudgetReached() {
   QCOMPARE(earlierFilesDamaged(), QString());
 }
 
-int main(int argc, char** argv) {
-  QTemporaryDir home;
-  e2e::useHome(home.path());
-  MainProcess app(argc, argv);
-  app.setAttribute(Qt::AA_Use96Dpi, true);
-  app.Construct();
-  MapuraFaults test(&app);
-  return QTest::qExec(&test, argc, argv);
-}
+int main(int argc, char** argv) { return e2e::runWindowTest<MapuraFaults>(argc, argv); }
 
 #include "test_mapura_faults.moc"
