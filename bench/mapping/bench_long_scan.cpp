@@ -72,7 +72,8 @@ int main(int argc, char** argv) {
       std::cerr << "bench_long_scan: cannot replot " << replot_csv << "\n";
       return 2;
     }
-    const mapura::bench::GrowthVerdict verdict = mapura::bench::judgeGrowthAfterBudget(earlier, 60, 32);
+    const mapura::bench::GrowthVerdict verdict =
+        mapura::bench::judgeGrowthAfterBudget(earlier, 60, mapura::bench::kGrowthLimitMb);
     std::cout << verdict.text << std::endl;
     return verdict.steady_growth ? 1 : 0;
   }
@@ -104,7 +105,8 @@ int main(int argc, char** argv) {
     std::cerr << "bench_long_scan: " << result.error << "\n";
     return 2;
   }
-  const mapura::bench::GrowthVerdict verdict = mapura::bench::judgeGrowthAfterBudget(result, 60, 32);
+  const mapura::bench::GrowthVerdict verdict =
+      mapura::bench::judgeGrowthAfterBudget(result, 60, mapura::bench::kGrowthLimitMb);
   std::cout << verdict.text << std::endl;
   if (!plot_path.empty()) {
     char title[256];

@@ -68,6 +68,9 @@ struct GrowthVerdict {
   bool steady_growth = false;  ///< growth above `limit_mb` and tau above `min_tau`
   std::string text;
 };
+/// Resident memory may not grow by more than this over the judged window (a few frame buffers'
+/// worth: the allocator's noise from one sample to the next stays well below it).
+constexpr double kGrowthLimitMb = 8;
 GrowthVerdict judgeGrowthAfterBudget(const LongScanResult& result, double settle_s, double limit_mb,
                                      double min_tau = 0.5);
 

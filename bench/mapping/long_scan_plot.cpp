@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
@@ -118,18 +120,35 @@ bool plotLongScan(const LongScanResult& r, const std::string& title, const std::
 bool readLongScanCsv(const std::string& path, LongScanResult& r) {
   std::ifstream in(path);
   std::string line;
-  if (!std::getline(in, line)) return false;  // header
+  if (!std::getline(in, line)) return false;
+  // Columns by the names of the header line, so that files written before a column was added read.
+  std::vector<std::string> names;
+  std::istringstream header(line);
+  for (std::string name; std::getline(header, name, ',');) names.push_back(name);
   r = LongScanResult();
   while (std::getline(in, line)) {
-    for (char& c : line)
-      if (c == ',') c = ' ';
-    std::istringstream f(line);
+    std::map<std::string, double> v;
+    std::istringstream fields(line);
+    std::string field;
+    for (size_t i = 0; i < names.size() && std::getline(fields, field, ','); ++i)
+      v[names[i]] = std::atof(field.c_str());
+    if (!v.count("t_s") || !v.count("rss_mb")) return false;
     LongScanSample s;
-    int full = 0;
-    if (!(f >> s.t_s >> s.frames >> s.rss_mb >> s.heap_mb >> s.map_mb >> s.blocks >> s.chunks >> s.tracked >>
-          s.keyframes >> s.landmarks >> s.texture_images >> s.fps >> s.cpu_ms >> s.grab_ms_max >> full))
-      return false;
-    s.memory_full = full != 0;
+    s.t_s = v["t_s"];
+    s.frames = int(v["frames"]);
+    s.rss_mb = v["rss_mb"];
+    s.heap_mb = v["heap_mb"];
+    s.map_mb = v["map_mb"];
+    s.blocks = size_t(v["blocks"]);
+    s.chunks = size_t(v["chunks"]);
+    s.tracked = size_t(v["tracked"]);
+    s.keyframes = size_t(v["keyframes"]);
+    s.landmarks = size_t(v["landmarks"]);
+    s.texture_images = size_t(v["texture_images"]);
+    s.fps = v["fps"];
+    s.cpu_ms = v["cpu_ms"];
+    s.grab_ms_max = v["grab_ms_max"];
+    s.memory_full = v["memory_full"] != 0;
     if (s.memory_full && r.budget_reached_s < 0) r.budget_reached_s = s.t_s;
     r.samples.push_back(s);
   }

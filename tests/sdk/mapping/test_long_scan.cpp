@@ -34,7 +34,8 @@ TEST(LongScan, ResidentMemoryLevelsOffOnceTheMapBudgetIsReached) {
   ASSERT_TRUE(result.error.empty()) << result.error;
   ASSERT_GE(result.budget_reached_s, 0) << "the budget was never reached: the test judges nothing";
   ASSERT_GT(result.samples.back().frames, 300) << "the recording must have looped";
-  const mapura::bench::GrowthVerdict verdict = mapura::bench::judgeGrowthAfterBudget(result, 30, 16);
+  const mapura::bench::GrowthVerdict verdict =
+      mapura::bench::judgeGrowthAfterBudget(result, 30, mapura::bench::kGrowthLimitMb);
   std::cout << verdict.text << std::endl;
   ASSERT_TRUE(verdict.judged) << verdict.text;
   EXPECT_FALSE(verdict.steady_growth) << verdict.text;
