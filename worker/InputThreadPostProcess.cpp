@@ -15,6 +15,12 @@ pv::RuntimeParameters offlineRuntimeParameters() {
 
 pv::String utf8(const QString& path) { return pv::String(path.toUtf8().constData()); }
 
+// The flow goes on whatever a save returns (the result is reopened from the file and a file that
+// cannot be read is reported then); the log keeps the reason.
+void logIfNotSaved(bool saved, const QString& path) {
+  if (!saved) qWarning("Cannot save %s: %s", qPrintable(path), pv::lastErrorDetail().c_str());
+}
+
 }  // namespace
 
 void InputThreadModul::processOffline() {
@@ -91,13 +97,14 @@ void InputThreadModul::postProcess() {
 
   if (fused_point_cloud_mode_) {
     if (fused_point_cloud_.getNumberOfPoints() > 0) {
-      (void)fused_point_cloud_.save(utf8(out_dir + "fused_point_cloud.ply"), pv::MESH_FILE_FORMAT::PLY);
+      const QString path = out_dir + "fused_point_cloud.ply";
+      logIfNotSaved(fused_point_cloud_.save(utf8(path), pv::MESH_FILE_FORMAT::PLY), path);
       emit sendEnd(false);
       return;
     }
   } else if (mesh_.getNumberOfTriangles() > 0) {
     if (ProgramStates::getBoolAttr(ProgramStates::SAVE_RAW_MESH))
-      (void)mesh_.save(utf8(out_dir + "mesh_raw.ply"), pv::MESH_FILE_FORMAT::PLY);
+      logIfNotSaved(mesh_.save(utf8(out_dir + "mesh_raw.ply"), pv::MESH_FILE_FORMAT::PLY), out_dir + "mesh_raw.ply");
     ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT) = "Filtering mesh ...";
     if (abort_post_processing_) return;
     if (mesh_filter_level_ != kNoFilter) {
@@ -121,9 +128,9 @@ void InputThreadModul::postProcess() {
       if (!textured) qWarning().noquote() << "Texturing failed:" << pv::lastErrorDetail().c_str();
     }
     if (textured) {
-      (void)mesh_.save(utf8(out_dir + "mesh.obj"), pv::MESH_FILE_FORMAT::OBJ);
+      logIfNotSaved(mesh_.save(utf8(out_dir + "mesh.obj"), pv::MESH_FILE_FORMAT::OBJ), out_dir + "mesh.obj");
     } else {
-      (void)mesh_.save(utf8(out_dir + "mesh.ply"), pv::MESH_FILE_FORMAT::PLY);
+      logIfNotSaved(mesh_.save(utf8(out_dir + "mesh.ply"), pv::MESH_FILE_FORMAT::PLY), out_dir + "mesh.ply");
     }
     if (abort_post_processing_) return;
     emit sendEnd(textured);

@@ -14,6 +14,7 @@
 #include <QScreen>
 #include <QTest>
 
+#include "GUI.h"
 #include "pv/camera.h"
 
 namespace e2e {
@@ -106,6 +107,24 @@ QString scanningUnavailable(const QString& ktr) {
   e = camera.enableSpatialMapping();
   if (e != pv::ERROR_CODE::SUCCESS) return text("spatial mapping", e);
   return QString();
+}
+
+QString openLive(GUI* gui, DialogAnswerer& answerer, const QString& recording) {
+  qputenv("PAVO_VIRTUAL_CAMERA", recording.toUtf8());
+  QTest::mouseClick(gui->inputButton, Qt::LeftButton);
+  if (!gui->liveButton->isVisible()) return "the Input button did not offer Live and KTR";
+  if (!gui->liveButton->isEnabled()) return "the SDK lists no camera for PAVO_VIRTUAL_CAMERA (virtual camera missing)";
+  QTest::mouseClick(gui->liveButton, Qt::LeftButton);
+  if (!answerer.boxes.isEmpty()) return "the virtual camera does not open: " + answerer.describe();
+  return gui->phase() == 1 ? QString() : QString("the window did not reach the ready state");
+}
+
+QString openKtr(GUI* gui, DialogAnswerer& answerer, const QString& file) {
+  if (gui->inputButton->isVisible()) QTest::mouseClick(gui->inputButton, Qt::LeftButton);
+  answerer.files.enqueue(file);
+  QTest::mouseClick(gui->ktrButton, Qt::LeftButton);
+  if (!answerer.boxes.isEmpty()) return "the KTR file does not open here: " + answerer.describe();
+  return gui->phase() == 1 ? QString() : QString("the window did not reach the ready state");
 }
 
 void screenshot(const QString& name) {

@@ -8,10 +8,29 @@
 #include <QQueue>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
 #include <functional>
 
+#include "MainProcess.h"
+
+class GUI;
+
+/// Skips the calling Qt test function with `reason` unless it is empty.
+#define SKIP_IF(reason)                           \
+  do {                                            \
+    const QString why_ = (reason);                \
+    if (!why_.isEmpty()) QSKIP(qPrintable(why_)); \
+  } while (0)
+
 namespace e2e {
+
+#ifdef MAPURA_SLOW_BUILD
+constexpr int kSlowdown = 4;  // a sanitizer build runs several times slower
+#else
+constexpr int kSlowdown = 1;
+#endif
 
 /// Points HOME (and with it the documents folder and the settings) at `home`, creates
 /// `home`/Documents, and clears the XDG variables that would lead elsewhere. Call before the
@@ -63,10 +82,30 @@ QString synthesize(const QString& name, int frames, const QString& resolution, Q
 /// not (a scan cannot produce a map in this build).
 QString scanningUnavailable(const QString& ktr);
 
+/// "Input", then "Live" on the virtual camera playing `recording`; empty when the window is
+/// ready to scan, else why not.
+QString openLive(GUI* gui, DialogAnswerer& answerer, const QString& recording);
+/// "Input" (when shown), then "KTR" with `file` typed into the dialog; empty when the window is
+/// ready to scan, else why not.
+QString openKtr(GUI* gui, DialogAnswerer& answerer, const QString& file);
+
 /// Saves a picture of the whole screen into $MAPURA_SCREENSHOT_DIR (nothing when unset).
 void screenshot(const QString& name);
 
 /// Processes events until `done` or `timeout_ms`; returns `done()`.
 bool waitUntil(const std::function<bool()>& done, int timeout_ms);
+
+/// The main() of a window test: a private home folder, the application constructed as main()
+/// does, then the Qt Test object `Test(MainProcess*)` run with the command line.
+template <class Test>
+int runWindowTest(int argc, char** argv) {
+  QTemporaryDir home;
+  useHome(home.path());
+  MainProcess app(argc, argv);
+  app.setAttribute(Qt::AA_Use96Dpi, true);
+  app.Construct();
+  Test test(&app);
+  return QTest::qExec(&test, argc, argv);
+}
 
 }  // namespace e2e

@@ -32,14 +32,9 @@
 
 namespace {
 
-#ifdef MAPURA_SLOW_BUILD
-constexpr int kSlowdown = 4;  // a sanitizer build runs several times slower
-#else
-constexpr int kSlowdown = 1;
-#endif
 /// Longest wait for a step of the program (opening, scanning, processing).
-constexpr int kStepTimeoutMs = 60000 * kSlowdown;
-constexpr int kScanTimeoutMs = 240000 * kSlowdown;
+constexpr int kStepTimeoutMs = 60000 * e2e::kSlowdown;
+constexpr int kScanTimeoutMs = 240000 * e2e::kSlowdown;
 
 QString documents() { return QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first(); }
 
@@ -76,16 +71,14 @@ class MapuraEndToEnd : public QObject {
   void gainAndExposureWithAndWithoutAuto();
   void liveScanToFiles();
   void ktrScanOffLine();
-  void cameraDisconnection();
-  void mappingMemoryFull();
   void saveFolderWrittenOnExit();
 
  private:
   void click(QAbstractButton* button) { QTest::mouseClick(button, Qt::LeftButton); }
   /// Input, then Live on a virtual camera playing `recording`; empty on success, else why not.
-  QString openLive(const QString& recording);
+  QString openLive(const QString& recording) { return e2e::openLive(gui_, *answerer_, recording); }
   /// Input, then KTR with `file`; empty on success, else why not.
-  QString openKtr(const QString& file);
+  QString openKtr(const QString& file) { return e2e::openKtr(gui_, *answerer_, file); }
   /// A VGA recording for the tests, or the reason there is none.
   QString recording(const QString& name, int frames, QString* why) { return e2e::synthesize(name, frames, "VGA", why); }
   /// Start, wait, Stop and wait for the result; checks the files and the view.
@@ -98,12 +91,6 @@ class MapuraEndToEnd : public QObject {
   QTemporaryDir scratch_;
 };
 
-#define SKIP_IF(reason)                           \
-  do {                                            \
-    const QString why_ = (reason);                \
-    if (!why_.isEmpty()) QSKIP(qPrintable(why_)); \
-  } while (0)
-
 void MapuraEndToEnd::init() {
   answerer_ = std::make_unique<e2e::DialogAnswerer>();
   qunsetenv("PAVO_VIRTUAL_CAMERA");
@@ -113,24 +100,6 @@ void MapuraEndToEnd::init() {
 void MapuraEndToEnd::cleanup() {
   if (app_->window()) app_->resetApp();
   answerer_.reset();
-}
-
-QString MapuraEndToEnd::openLive(const QString& recordingFile) {
-  qputenv("PAVO_VIRTUAL_CAMERA", recordingFile.toUtf8());
-  click(gui_->inputButton);
-  if (!gui_->liveButton->isVisible()) return "the Input button did not offer Live and KTR";
-  if (!gui_->liveButton->isEnabled()) return "the SDK lists no camera for PAVO_VIRTUAL_CAMERA (virtual camera missing)";
-  click(gui_->liveButton);
-  if (!answerer_->boxes.isEmpty()) return "the virtual camera does not open: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
-}
-
-QString MapuraEndToEnd::openKtr(const QString& file) {
-  if (gui_->inputButton->isVisible()) click(gui_->inputButton);
-  answerer_->files.enqueue(file);
-  click(gui_->ktrButton);
-  if (!answerer_->boxes.isEmpty()) return "the KTR file does not open here: " + answerer_->describe();
-  return phase() == 1 ? QString() : QString("the window did not reach the ready state");
 }
 
 void MapuraEndToEnd::scanToResult(const QString& prefix, int scanMs) {
@@ -628,42 +597,6 @@ void MapuraEndToEnd::ktrScanOffLine() {
   QVERIFY(ProgramStates::getIntAttr(ProgramStates::VIEW_CONTENT) > 0);
 }
 
-void MapuraEndToEnd::cameraDisconnection() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(e2e::scanningUnavailable(file));
-  qputenv("PAVO_VIRTUAL_CAMERA_OPTIONS", "disconnect_after=90");
-  SKIP_IF(openLive(file));
-  click(gui_->startButton);
-  QVERIFY2(
-      e2e::waitUntil([&] { return answerer_->count("The PAVO has been disconnected. Mapping will be stopped.") == 1; },
-                     kScanTimeoutMs),
-      qPrintable(answerer_->describe()));
-  QCOMPARE(answerer_->boxes.last().title, QString("PAVO Disconnection"));
-  // The map made until the disconnection is still processed and shown, or reported too small.
-  QVERIFY(e2e::waitUntil([&] { return phase() == 5 || answerer_->count("Invalid mesh") > 0; }, kScanTimeoutMs));
-}
-
-void MapuraEndToEnd::mappingMemoryFull() {
-  QString why;
-  const QString file = recording("live", 150, &why);
-  SKIP_IF(why);
-  SKIP_IF(e2e::scanningUnavailable(file));
-  SKIP_IF(openLive(file));
-  gui_->memorySlider->setMinimum(1);
-  gui_->memorySlider->setValue(1);
-  click(gui_->startButton);
-  QVERIFY2(
-      e2e::waitUntil(
-          [&] { return answerer_->count("Maximum Spatial Mapping memory reached. Mapping will be stopped.") == 1; },
-          kScanTimeoutMs),
-      qPrintable(answerer_->describe()));
-  QCOMPARE(answerer_->boxes.last().title, QString("Spatial Mapping memory insufficient"));
-  QVERIFY(e2e::waitUntil([&] { return phase() == 5 || answerer_->count("Invalid mesh") > 0; }, kScanTimeoutMs));
-  gui_->memorySlider->setMinimum(512);
-}
-
 void MapuraEndToEnd::saveFolderWrittenOnExit() {
   QString expected = documents() + "/PAVO";
   QString why;
@@ -676,14 +609,6 @@ void MapuraEndToEnd::saveFolderWrittenOnExit() {
   QCOMPARE(settings.value("dir/save").toString(), expected);
 }
 
-int main(int argc, char** argv) {
-  QTemporaryDir home;
-  e2e::useHome(home.path());
-  MainProcess app(argc, argv);
-  app.setAttribute(Qt::AA_Use96Dpi, true);
-  app.Construct();
-  MapuraEndToEnd test(&app);
-  return QTest::qExec(&test, argc, argv);
-}
+int main(int argc, char** argv) { return e2e::runWindowTest<MapuraEndToEnd>(argc, argv); }
 
 #include "test_mapura_e2e.moc"

@@ -3,9 +3,9 @@
 // in their modules (depth/, tracking/, mapping/).
 #include "pv/camera.h"
 
+#include <tbb/task_group.h>
 #include <algorithm>
 #include <chrono>
-#include <future>
 #include <opencv2/imgproc.hpp>
 #include <string>
 
@@ -225,9 +225,13 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
     return err != ERROR_CODE::SUCCESS ? err : internal::mappingStep(s);
   }
   // Depth is computed beside tracking, which needs it only for a new keyframe and waits there.
+  // It runs as a task on TBB's threads, which live as long as the process: a thread made for each
+  // frame would leave the per-thread buffers of OpenCV's parallel loops behind, a little more
+  // memory for every frame of a long scan.
   ERROR_CODE depth_err = ERROR_CODE::SUCCESS;
   std::string depth_why;
-  std::future<void> depth = std::async(std::launch::async, [&] {
+  tbb::task_group depth;
+  depth.run([&] {
     depth_err = internal::depthStep(s, runtime);
     if (depth_err != ERROR_CODE::SUCCESS) depth_why = lastErrorDetail().str();
   });

@@ -5,11 +5,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "core/internal/error.h"
 #include "core/internal/gpu_memory.h"
 #include "core/internal/mat_buffer.h"
+#include "mesh/internal/file_util.h"
 
 namespace pv {
 
@@ -292,12 +295,22 @@ ERROR_CODE Mat::write(const String& path) const {
     src = &host;
   }
   cv::Mat view(int(height_), int(width_), cvType(type_), src->cpu_->ptr, src->cpu_->step);
+  // Encoded first, then written beside the file and renamed over it, so that a failed write
+  // leaves an earlier picture intact.
+  std::vector<unsigned char> encoded;
   try {
-    if (!cv::imwrite(path.str(), view)) return fail(ERROR_CODE::FILE_IO_ERROR, "cannot write " + path.str());
+    const std::string extension = std::filesystem::path(path.str()).extension().string();
+    if (extension.empty() || !cv::imencode(extension, view, encoded))
+      return fail(ERROR_CODE::FILE_IO_ERROR, "cannot encode " + path.str());
   } catch (const cv::Exception& e) {
-    return fail(ERROR_CODE::FILE_IO_ERROR, "cannot write " + path.str() + ": " + e.what());
+    return fail(ERROR_CODE::FILE_IO_ERROR, "cannot encode " + path.str() + ": " + e.what());
   }
-  return ERROR_CODE::SUCCESS;
+  const internal::FileResult r = internal::writeFileAtomically(path.str(), [&](const std::string& temporary) {
+    internal::OutputFile out(temporary);
+    out.write(encoded.data(), encoded.size());
+    return out.close();
+  });
+  return r.ok ? ERROR_CODE::SUCCESS : fail(ERROR_CODE::FILE_IO_ERROR, r.error);
 }
 
 ERROR_CODE Mat::read(const String& path) {

@@ -21,7 +21,7 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512.cpp
   ${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx2.cpp
   ${CMAKE_CURRENT_LIST_DIR}/census_sgm_baseline.cpp)
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512_popcount.cpp
                               PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4;-mavx512vpopcntdq")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/census_sgm_avx512.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4")

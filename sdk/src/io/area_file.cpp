@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "core/internal/error.h"
+#include "mesh/internal/file_util.h"
 
 namespace pv::internal {
 namespace {
@@ -179,22 +180,12 @@ ERROR_CODE decodeAreaFile(const uint8_t* data, size_t size, MapData& map_out, Re
 ERROR_CODE writeAreaFile(const std::string& path, const MapData& map, const RectifiedCalibration& calibration) {
   if (path.empty()) return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "empty area file path");
   const std::vector<uint8_t> bytes = encodeAreaFile(map, calibration);
-  const std::string temporary = path + ".part";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) return fail(ERROR_CODE::FILE_IO_ERROR, "cannot write " + path);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    out.flush();
-    if (!out) {
-      std::error_code ec;
-      std::filesystem::remove(temporary, ec);
-      return fail(ERROR_CODE::FILE_IO_ERROR, "write failed for " + path + " (disk full?)");
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temporary, path, ec);
-  if (ec) return fail(ERROR_CODE::FILE_IO_ERROR, "cannot rename into " + path + ": " + ec.message());
-  return ERROR_CODE::SUCCESS;
+  const FileResult r = writeFileAtomically(path, [&](const std::string& temporary) {
+    OutputFile out(temporary);
+    out.write(bytes.data(), bytes.size());
+    return out.close();
+  });
+  return r.ok ? ERROR_CODE::SUCCESS : fail(ERROR_CODE::FILE_IO_ERROR, r.error);
 }
 
 ERROR_CODE readAreaFile(const std::string& path, MapData& map, RectifiedCalibration& calibration) {

@@ -1,7 +1,9 @@
 // Writing KTR recordings through libavformat/libavcodec.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "core/internal/error.h"
 #include "io/internal/ktr_file.h"
 #include "io/internal/ktr_libav.h"
+#include "mesh/internal/file_util.h"
 
 namespace pv::internal {
 
@@ -63,7 +66,8 @@ bool ktrCompressionFromName(const std::string& name, KTR_COMPRESSION_MODE& mode)
 }
 
 struct KtrWriter::Impl {
-  std::string path;
+  std::string path;    // the file being written
+  std::string target;  // its final name: the same, or an earlier recording replaced at close
   AVFormatContext* fmt = nullptr;
   AVCodecContext* enc = nullptr;
   AVStream* stream = nullptr;
@@ -101,6 +105,14 @@ struct KtrWriter::Impl {
     }
     header_written = false;
   }
+
+  // Gives up a recording that cannot be finished: an earlier recording it was to replace stays
+  // as it was, and a file holding no frame is not left behind.
+  void abandon() {
+    const bool nothing_recorded = !header_written || frames == 0;
+    release();
+    if (path != target || (nothing_recorded && !writeTargetFor(path).in_place)) std::remove(path.c_str());
+  }
 };
 
 KtrWriter::KtrWriter() : impl_(std::make_unique<Impl>()) {}
@@ -113,7 +125,14 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   close();
   Impl& s = *impl_;
   s = Impl();
-  s.path = path;
+  // A recording is written under its own name, so that one cut off by a crash keeps every
+  // complete frame there; one that replaces an earlier recording is written beside it and
+  // renamed over it only once it is complete.
+  const WriteTarget target = writeTargetFor(path);
+  std::error_code exists_error;
+  s.target = target.path;
+  s.path = !target.in_place && std::filesystem::exists(target.path, exists_error) ? temporaryPathBeside(target.path)
+                                                                                  : target.path;
   s.metadata = metadata;
   if (metadata.width < 16 || metadata.height < 16 || metadata.fps <= 0)
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "a recording needs a size of at least 16x16 and a rate");
@@ -131,7 +150,7 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   }
   if (!codec) return fail(ERROR_CODE::UNSUPPORTED_KTR_CODEC, std::string("no encoder for ") + ktrCodecName(mode));
 
-  if (avformat_alloc_output_context2(&s.fmt, nullptr, "matroska", path.c_str()) < 0 || !s.fmt)
+  if (avformat_alloc_output_context2(&s.fmt, nullptr, "matroska", s.path.c_str()) < 0 || !s.fmt)
     return fail(ERROR_CODE::KTR_RECORDING_ERROR, "cannot create a Matroska muxer");
   s.stream = avformat_new_stream(s.fmt, nullptr);
   s.enc = avcodec_alloc_context3(codec);
@@ -189,7 +208,7 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   av_dict_set(&s.fmt->metadata, kFrameCountTag, kUnfinishedCount, 0);
   av_dict_set(&s.fmt->metadata, "encoder_pavo", "PAVO SDK", 0);
 
-  r = avio_open(&s.fmt->pb, path.c_str(), AVIO_FLAG_WRITE);
+  r = avio_open(&s.fmt->pb, s.path.c_str(), AVIO_FLAG_WRITE);
   if (r < 0) {
     s.release();
     return fail(ERROR_CODE::FILE_IO_ERROR, "cannot create " + path + ": " + avError(r));
@@ -199,7 +218,7 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   r = avformat_write_header(s.fmt, &mux_opts);
   av_dict_free(&mux_opts);
   if (r < 0) {
-    s.release();
+    s.abandon();
     return fail(ERROR_CODE::KTR_RECORDING_ERROR, "cannot write the header of " + path + ": " + avError(r));
   }
   s.header_written = true;
@@ -209,7 +228,7 @@ ERROR_CODE KtrWriter::open(const std::string& path, const KtrMetadata& metadata,
   s.frame->width = s.enc->width;
   s.frame->height = s.enc->height;
   if (!s.sws || av_frame_get_buffer(s.frame, 0) < 0) {
-    s.release();
+    s.abandon();
     return fail(ERROR_CODE::NOT_ENOUGH_MEMORY, "cannot allocate the conversion to the codec's format");
   }
   return ERROR_CODE::SUCCESS;
@@ -260,9 +279,18 @@ ERROR_CODE KtrWriter::close() {
       err = fail(ERROR_CODE::KTR_RECORDING_ERROR, "cannot finish " + s.path + ": " + avError(r));
   }
   const bool finished = s.header_written && err == ERROR_CODE::SUCCESS;
+  if (!finished) {
+    s.abandon();
+    return err;
+  }
   s.release();
-  if (finished && !patchFrameCount(s.path, s.frames))
+  if (!patchFrameCount(s.path, s.frames)) {
     err = fail(ERROR_CODE::FILE_IO_ERROR, "cannot write the frame count into " + s.path);
+    if (s.path != s.target) std::remove(s.path.c_str());
+  } else if (s.path != s.target && std::rename(s.path.c_str(), s.target.c_str()) != 0) {
+    err = fail(ERROR_CODE::FILE_IO_ERROR, "cannot replace " + s.target + ": " + std::strerror(errno));
+    std::remove(s.path.c_str());
+  }
   return err;
 }
 

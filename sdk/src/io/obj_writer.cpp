@@ -69,28 +69,29 @@ FileResult writeObj(const std::string& path, const MeshData& mesh) {
   if (!mesh.consistent()) return FileResult::failure("inconsistent mesh arrays");
   const fs::path obj(path);
   const bool textured = !mesh.texture.empty() && !mesh.uv.empty();
+  std::vector<FileToWrite> files;
   std::string mtl_name;
+  std::vector<unsigned char> encoded;
+  std::string material;
   if (textured) {
     const std::string stem = obj.stem().string();
     const fs::path png = obj.parent_path() / (stem + ".png");
     const fs::path mtl = obj.parent_path() / (stem + ".mtl");
-    std::vector<unsigned char> encoded;
     try {
       if (!cv::imencode(".png", mesh.texture, encoded)) return FileResult::failure("cannot encode the texture as PNG");
     } catch (const cv::Exception& e) {
       return FileResult::failure(std::string("cannot encode the texture as PNG: ") + e.what());
     }
-    FileResult r = writeFileAtomically(png.string(), [&](const std::string& tmp) {
-      return writeBytes(tmp, std::string(encoded.begin(), encoded.end()));
-    });
-    if (!r.ok) return r;
-    const std::string material =
-        "newmtl material0\nKa 1 1 1\nKd 1 1 1\nKs 0 0 0\nd 1\nillum 1\nmap_Kd " + png.filename().string() + "\n";
-    r = writeFileAtomically(mtl.string(), [&](const std::string& tmp) { return writeBytes(tmp, material); });
-    if (!r.ok) return r;
+    material = "newmtl material0\nKa 1 1 1\nKd 1 1 1\nKs 0 0 0\nd 1\nillum 1\nmap_Kd " + png.filename().string() + "\n";
     mtl_name = mtl.filename().string();
+    files.push_back({png.string(), [&](const std::string& tmp) {
+                       return writeBytes(tmp, std::string(encoded.begin(), encoded.end()));
+                     }});
+    files.push_back({mtl.string(), [&](const std::string& tmp) { return writeBytes(tmp, material); }});
   }
-  return writeFileAtomically(path, [&](const std::string& tmp) { return writeObjBody(tmp, mesh, mtl_name); });
+  // The OBJ goes in place last, and the three replace an earlier set together or not at all.
+  files.push_back({path, [&](const std::string& tmp) { return writeObjBody(tmp, mesh, mtl_name); }});
+  return writeFilesAtomically(files);
 }
 
 }  // namespace pv::internal

@@ -14,23 +14,108 @@ namespace pv::internal {
 namespace fs = std::filesystem;
 
 namespace {
-std::string temporaryNameFor(const std::string& path) {
+
+std::string temporaryNameFor(const std::string& path, const char* kind) {
   static thread_local std::mt19937_64 rng{std::random_device{}()};
   const fs::path p(path);
   char suffix[32];
-  std::snprintf(suffix, sizeof(suffix), ".%08llx.part", static_cast<unsigned long long>(rng() & 0xffffffffULL));
+  std::snprintf(suffix, sizeof(suffix), ".%08llx.%s", static_cast<unsigned long long>(rng() & 0xffffffffULL), kind);
   return (p.parent_path() / ("." + p.filename().string() + suffix)).string();
 }
+
+// A second name for an existing file (or link), so that it can be put back after a failed
+// replacement: a hard link, or a copy where the file system has none. Empty when there is no
+// such file; anything else standing there (a folder) makes the rename itself fail.
+FileResult keepEarlierFile(const std::string& path, std::string& kept) {
+  kept.clear();
+  std::error_code ec;
+  const fs::file_status status = fs::symlink_status(path, ec);
+  if (!fs::is_regular_file(status) && !fs::is_symlink(status)) return FileResult::success();
+  const std::string name = temporaryNameFor(path, "old");
+  if (::link(path.c_str(), name.c_str()) != 0 && !fs::copy_file(path, name, ec)) {
+    std::remove(name.c_str());
+    return FileResult::failure("cannot keep the earlier " + path + " while replacing it: " + ec.message());
+  }
+  kept = name;
+  return FileResult::success();
+}
+
+void removeQuietly(const std::string& path) {
+  if (!path.empty()) std::remove(path.c_str());
+}
+
+// One file of a set: where it ends up and the temporary name it is written under first (empty
+// when it is written in place).
+struct Placement {
+  std::string target;
+  std::string temporary;
+};
+
+// Renames the written temporaries over their files; on a failure puts the earlier files back.
+FileResult putInPlace(const std::vector<Placement>& files) {
+  std::vector<std::string> kept(files.size());
+  FileResult result = FileResult::success();
+  // A single file needs no second name: its rename replaces it in one step or not at all.
+  for (size_t i = 0; files.size() > 1 && i < files.size() && result.ok; ++i)
+    if (!files[i].temporary.empty()) result = keepEarlierFile(files[i].target, kept[i]);
+  size_t placed = 0;
+  while (result.ok && placed < files.size()) {
+    const Placement& f = files[placed];
+    if (f.temporary.empty() || std::rename(f.temporary.c_str(), f.target.c_str()) == 0)
+      ++placed;
+    else
+      result = FileResult::failure("cannot rename " + f.temporary + " to " + f.target + ": " + std::strerror(errno));
+  }
+  if (!result.ok) {
+    for (size_t i = 0; i < placed; ++i) {
+      if (files[i].temporary.empty()) continue;
+      if (kept[i].empty()) {
+        removeQuietly(files[i].target);
+      } else if (std::rename(kept[i].c_str(), files[i].target.c_str()) == 0) {
+        kept[i].clear();
+      }
+    }
+  }
+  for (const std::string& name : kept) removeQuietly(name);
+  return result;
+}
+
 }  // namespace
 
-FileResult writeFileAtomically(const std::string& path,
-                               const std::function<FileResult(const std::string& temporary_path)>& write) {
-  if (path.empty()) return FileResult::failure("empty file name");
-  const std::string temporary = temporaryNameFor(path);
-  FileResult result = write(temporary);
-  if (result.ok && std::rename(temporary.c_str(), path.c_str()) != 0)
-    result = FileResult::failure("cannot rename " + temporary + " to " + path + ": " + std::strerror(errno));
-  if (!result.ok) std::remove(temporary.c_str());
+std::string temporaryPathBeside(const std::string& path) { return temporaryNameFor(path, "part"); }
+
+WriteTarget writeTargetFor(const std::string& path) {
+  std::error_code ec;
+  fs::path target(path);
+  if (fs::is_symlink(fs::symlink_status(target, ec))) {
+    const fs::path resolved = fs::weakly_canonical(target, ec);
+    if (!ec) target = resolved;
+  }
+  const fs::file_status status = fs::status(target, ec);
+  const bool special = fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
+  return {target.string(), special};
+}
+
+FileResult writeFileAtomically(const std::string& path, const FileWriter& write) {
+  return writeFilesAtomically({{path, write}});
+}
+
+FileResult writeFilesAtomically(const std::vector<FileToWrite>& files) {
+  std::vector<Placement> placements;
+  FileResult result = FileResult::success();
+  for (const FileToWrite& file : files) {
+    if (file.path.empty()) {
+      result = FileResult::failure("empty file name");
+      break;
+    }
+    const WriteTarget target = writeTargetFor(file.path);
+    placements.push_back({target.path, target.in_place ? std::string() : temporaryPathBeside(target.path)});
+    result = file.write(target.in_place ? target.path : placements.back().temporary);
+    if (!result.ok) break;
+  }
+  if (result.ok) result = putInPlace(placements);
+  // After a success the temporaries have become the files and are gone under these names.
+  for (const Placement& p : placements) removeQuietly(p.temporary);
   return result;
 }
 

@@ -177,6 +177,12 @@ void AreaMemory::optimise() {
   optimisePoseGraph(map_, edges, map_.keyframes.begin()->first);
 }
 
+void AreaMemory::forgetKeyframe(int id) {
+  loops_.erase(
+      std::remove_if(loops_.begin(), loops_.end(), [id](const PoseEdge& e) { return e.from == id || e.to == id; }),
+      loops_.end());
+}
+
 void AreaMemory::refineByProjection(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors,
                                     PlaceMatch& match) {
   // Every landmark described in a keyframe near the found pose, with its latest descriptor.

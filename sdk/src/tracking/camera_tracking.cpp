@@ -65,6 +65,7 @@ ERROR_CODE Camera::enablePositionalTracking(PositionalTrackingParameters paramet
 
   internal::TrackingEngineParameters p;
   p.area_memory = parameters.enable_area_memory || !area_path.empty();
+  p.keep_trajectory = !key.empty();  // a second pass is made over recordings only
   const Eigen::Matrix4f start = internal::transformFromUser(
       parameters.initial_world_transform, s.init_parameters.coordinate_system, s.init_parameters.coordinate_units);
   m.engine = std::make_unique<internal::TrackingEngine>(s.calibration, p, Eigen::Isometry3d(start.cast<double>()));

@@ -305,18 +305,21 @@ void StereoOdometry::slideWindow() {
   while (int(window_.size()) > parameters_.window_keyframes) {
     const int old = window_.front();
     window_.pop_front();
-    if (parameters_.keep_keyframes) continue;
-    auto it = map_.keyframes.find(old);
-    if (it == map_.keyframes.end()) continue;
-    std::set<int> tracked;
-    for (const Track& t : tracks_) tracked.insert(t.landmark);
-    for (const Observation& o : it->second.observations) {
-      auto lm = map_.landmarks.find(o.landmark);
-      if (lm != map_.landmarks.end() && --lm->second.observations <= 0 && !tracked.count(o.landmark))
-        map_.landmarks.erase(lm);
-    }
-    map_.keyframes.erase(it);
+    if (!parameters_.keep_keyframes) dropKeyframe(old);
   }
+}
+
+void StereoOdometry::dropKeyframe(int id) {
+  auto it = map_.keyframes.find(id);
+  if (it == map_.keyframes.end()) return;
+  std::set<int> tracked;
+  for (const Track& t : tracks_) tracked.insert(t.landmark);
+  for (const Observation& o : it->second.observations) {
+    auto lm = map_.landmarks.find(o.landmark);
+    if (lm != map_.landmarks.end() && --lm->second.observations <= 0 && !tracked.count(o.landmark))
+      map_.landmarks.erase(lm);
+  }
+  map_.keyframes.erase(it);
 }
 
 }  // namespace pv::internal

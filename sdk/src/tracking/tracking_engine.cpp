@@ -1,5 +1,7 @@
 #include "tracking/internal/tracking_engine.h"
 
+#include <Eigen/Geometry>
+
 namespace pv::internal {
 
 TrackingEngine::TrackingEngine(const RectifiedCalibration& calibration, const TrackingEngineParameters& parameters,
@@ -32,6 +34,48 @@ void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
     odometry_.applyCorrection(map_.keyframes[id].T_world_camera * before.inverse());
     trajectory_->refine(map_);
   }
+  cullRedundantKeyframes();
+}
+
+// A keyframe adds no viewpoint when an older one sits within a keyframe step of it (the distance
+// and the turn after which the odometry takes a new keyframe). Once it has left the window such a
+// keyframe goes: going over the same place again leaves the map as it was, so that a long scan of
+// one room keeps a map (and a pose graph, and a time per keyframe) of bounded size.
+void TrackingEngine::cullRedundantKeyframes() {
+  if (odometry_.window().empty()) return;
+  const int window_start = odometry_.window().front();
+  const OdometryParameters& step = odometry_.parameters();
+  std::vector<std::pair<int, int>> redundant;  // (keyframe, the older one at its viewpoint)
+  for (const auto& [id, kf] : map_.keyframes) {
+    if (id >= window_start) break;
+    if (id <= culling_checked_) continue;
+    culling_checked_ = id;
+    int twin = -1;
+    double nearest = step.keyframe_distance_m;
+    for (const auto& entry : map_.keyframes) {
+      const int older_id = entry.first;
+      if (older_id >= id) break;
+      const Eigen::Isometry3d between = entry.second.T_world_camera.inverse() * kf.T_world_camera;
+      const double d = between.translation().norm();
+      if (d < nearest && Eigen::AngleAxisd(between.linear()).angle() < step.keyframe_angle_rad &&
+          std::find_if(redundant.begin(), redundant.end(), [older_id](const auto& r) { return r.first == older_id; }) ==
+              redundant.end()) {
+        nearest = d;
+        twin = older_id;
+      }
+    }
+    if (twin >= 0) redundant.emplace_back(id, twin);
+  }
+  for (const auto& [id, twin] : redundant) {
+    area_.forgetKeyframe(id);
+    trajectory_->reanchor(id, twin, map_.keyframes[twin].T_world_camera);
+    odometry_.dropKeyframe(id);
+  }
+}
+
+void TrackingEngine::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_camera) {
+  if (parameters_.keep_trajectory)
+    trajectory_->record(frame_index, keyframe_id, map_.keyframes[keyframe_id].T_world_camera, T_world_camera);
 }
 
 EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
@@ -53,8 +97,7 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
         out.confidence = std::min(100, match.inliers);
         out.used = o.used;
         if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
-        trajectory_->record(frame_index, o.reference_keyframe_id,
-                            map_.keyframes[o.reference_keyframe_id].T_world_camera, o.T_world_camera);
+        record(frame_index, o.reference_keyframe_id, o.T_world_camera);
         T_world_last_ = o.T_world_camera;
         return out;
       }
@@ -88,7 +131,7 @@ EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, 
   lost_frames_ = 0;
   if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
   const Eigen::Isometry3d T = odometry_.pose();
-  trajectory_->record(frame_index, o.reference_keyframe_id, map_.keyframes[o.reference_keyframe_id].T_world_camera, T);
+  record(frame_index, o.reference_keyframe_id, T);
   T_world_last_ = T;
   out.T_world_camera = T;
   out.confidence = o.confidence;

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "mesh/internal/file_util.h"
+
 namespace pv::internal {
 
 bool readTumTrajectory(const std::string& path, Trajectory& trajectory, std::string& error) {
@@ -46,37 +48,21 @@ bool readTumTrajectory(const std::string& path, Trajectory& trajectory, std::str
 }
 
 bool writeTumTrajectory(const std::string& path, const Trajectory& trajectory, std::string& error) {
-  const std::string temporary = path + ".part";
-  {
-    std::ofstream out(temporary, std::ios::trunc);
-    if (!out) {
-      error = "cannot write " + path;
-      return false;
-    }
-    out << "# timestamp tx ty tz qx qy qz qw\n";
+  const FileResult r = writeFileAtomically(path, [&](const std::string& temporary) {
+    OutputFile out(temporary);
+    out.text("# timestamp tx ty tz qx qy qz qw\n");
     char buffer[256];
     for (const StampedPose& p : trajectory) {
       const Eigen::Quaterniond q(p.T_world_camera.linear());
       const Eigen::Vector3d t = p.T_world_camera.translation();
-      std::snprintf(buffer, sizeof buffer, "%.9f %.6f %.6f %.6f %.9f %.9f %.9f %.9f\n", p.t_s, t.x(), t.y(), t.z(),
-                    q.x(), q.y(), q.z(), q.w());
-      out << buffer;
+      const int n = std::snprintf(buffer, sizeof buffer, "%.9f %.6f %.6f %.6f %.9f %.9f %.9f %.9f\n", p.t_s, t.x(),
+                                  t.y(), t.z(), q.x(), q.y(), q.z(), q.w());
+      out.write(buffer, size_t(std::clamp(n, 0, int(sizeof buffer) - 1)));
     }
-    out.flush();
-    if (!out) {
-      error = "write failed (disk full?) for " + path;
-      std::error_code ec;
-      std::filesystem::remove(temporary, ec);
-      return false;
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temporary, path, ec);
-  if (ec) {
-    error = "cannot rename into " + path + ": " + ec.message();
-    return false;
-  }
-  return true;
+    return out.close();
+  });
+  if (!r.ok) error = r.error;
+  return r.ok;
 }
 
 std::vector<std::pair<size_t, size_t>> associateByTime(const Trajectory& estimate, const Trajectory& reference,

@@ -20,6 +20,16 @@ void TrajectoryStore::refine(const MapData& map) {
   }
 }
 
+void TrajectoryStore::reanchor(int from, int to, const Eigen::Isometry3d& T_world_to) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const Eigen::Isometry3d T_to_world = T_world_to.inverse();
+  for (auto& [index, e] : frames_) {
+    if (e.keyframe_id != from) continue;
+    e.keyframe_id = to;
+    e.T_keyframe_camera = T_to_world * e.T_world_camera;
+  }
+}
+
 bool TrajectoryStore::refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const {
   std::lock_guard<std::mutex> lock(mutex_);
   auto it = frames_.find(frame_index);

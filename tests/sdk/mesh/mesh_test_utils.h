@@ -4,12 +4,21 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "pv/mesh.h"
 
 namespace mapura::test {
+
+/// The bytes of a file (empty when it cannot be read).
+inline std::string readFileBytes(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(f), {});
+}
 
 /// A UV sphere of `rings` x `segments` quads (two triangles each), with outward normals,
 /// colours from the position and texture coordinates from the angles.

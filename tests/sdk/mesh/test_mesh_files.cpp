@@ -1,7 +1,5 @@
 // Writing and reading maps: round trips, third-party reading, failed writes, corrupt files.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include <cmath>
 #include <cstring>
@@ -19,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using pv::MESH_FILE_FORMAT;
-
-std::string readBytes(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
 
 void writeBytes(const std::string& path, const std::string& bytes) {
   std::ofstream f(path, std::ios::binary);
@@ -161,40 +154,6 @@ TEST(MeshFiles, ThirdPartyReaderReadsOurFiles) {
   const auto info = mapura::test::assimpInfo(dir + "/c.ply", true);
   EXPECT_EQ(info.vertices, cloud.vertices.size());
   EXPECT_EQ(info.types, "points");
-}
-
-// A write that fails half way (here: the file size limit, as a full disk would) returns false,
-// leaves the earlier file as it was and leaves no temporary file behind.
-TEST(MeshFiles, FailedWriteLeavesTheEarlierFileIntact) {
-  const std::string dir = mapura::test::scratchDir("mesh_failed_write");
-  const pv::Mesh small = mapura::test::makeSphereMesh(1.f, 4, 8);
-  const pv::Mesh big = texturedSphere();
-  for (MESH_FILE_FORMAT format : {MESH_FILE_FORMAT::PLY, MESH_FILE_FORMAT::PLY_ASCII, MESH_FILE_FORMAT::OBJ}) {
-    SCOPED_TRACE(pv::toString(format).str());
-    const std::string path = dir + (format == MESH_FILE_FORMAT::OBJ ? "/keep.obj" : "/keep.ply");
-    ASSERT_TRUE(small.save(path.c_str(), format));
-    const std::string before = readBytes(path);
-
-    struct rlimit old_limit;
-    getrlimit(RLIMIT_FSIZE, &old_limit);
-    struct rlimit limit = old_limit;
-    limit.rlim_cur = before.size() + 200;
-    auto* old_handler = signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limit);
-    const bool saved = big.save(path.c_str(), format);
-    setrlimit(RLIMIT_FSIZE, &old_limit);
-    signal(SIGXFSZ, old_handler);
-
-    EXPECT_FALSE(saved);
-    EXPECT_NE(pv::lastErrorDetail().str().find("cannot"), std::string::npos) << pv::lastErrorDetail().str();
-    EXPECT_EQ(readBytes(path), before);
-  }
-  for (const auto& e : fs::directory_iterator(dir))
-    EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos) << e.path();
-  // A missing folder, and a folder that is a file.
-  EXPECT_FALSE(big.save((dir + "/no/such/folder/m.ply").c_str(), MESH_FILE_FORMAT::PLY));
-  EXPECT_FALSE(big.save((dir + "/keep.ply/m.obj").c_str(), MESH_FILE_FORMAT::OBJ));
-  EXPECT_FALSE(pv::Mesh().save((dir + "/empty.ply").c_str(), MESH_FILE_FORMAT::PLY)) << "nothing to save";
 }
 
 pv::Mesh loadText(const std::string& dir, const std::string& name, const std::string& text, bool* ok) {

@@ -11,6 +11,7 @@
 #include "pv/camera.h"
 #include "synthetic_stereo.h"
 #include "test_utils.h"
+#include "tracking/internal/tracking_module.h"
 #include "tracking/internal/trajectory_eval.h"
 #include "tracking/internal/trajectory_store.h"
 
@@ -24,15 +25,16 @@ constexpr double kRadius = 0.8;
 
 class RoomCamera {
  public:
-  RoomCamera(COORDINATE_SYSTEM system = COORDINATE_SYSTEM::IMAGE, UNIT unit = UNIT::METER)
+  RoomCamera(COORDINATE_SYSTEM system = COORDINATE_SYSTEM::IMAGE, UNIT unit = UNIT::METER, bool live = false)
       : room_(Eigen::Vector3d(3, 1.5, 3), 7), calibration_(mapura::test::syntheticCalibration(640, 360, 380)) {
     s_ = camera.state();
     s_->opened = true;
     s_->calibration = calibration_;
     s_->init_parameters.coordinate_system = system;
     s_->init_parameters.coordinate_units = unit;
-    s_->init_parameters.input.setFromKTRFile("room.ktr");
+    if (!live) s_->init_parameters.input.setFromKTRFile("room.ktr");
   }
+  /// The path goes round again after kFrames frames.
   static Eigen::Isometry3d truth(int index) { return mapura::test::circlePose(double(index) / kFrames, kRadius); }
   /// Feeds frame `index` (blank images when `blank`) through the tracking step.
   void grab(int index, bool blank = false) {
@@ -221,4 +223,33 @@ TEST(CameraTracking, RelocalisesFromASavedAreaFile) {
   const double error_m = (fromTransform(pose.pose_data).translation() - truthInWorld(first_ok).translation()).norm();
   std::printf("relocalised at frame %d, %.2f mm from the true pose\n", first_ok, error_m * 1000);
   EXPECT_LT(error_m, 0.02);
+}
+
+// A live camera going round the same place again and again, as a long scan of one room does:
+// the tracking map keeps the keyframes of the first round (those of the second add no viewpoint
+// and go once they leave the window), no per-frame trajectory is kept for a live input, and
+// tracking stays as accurate.
+TEST(CameraTracking, GoingRoundTheSamePlaceAgainKeepsTheMapBounded) {
+  RoomCamera room(COORDINATE_SYSTEM::IMAGE, UNIT::METER, true);
+  ASSERT_EQ(room.camera.enablePositionalTracking(), ERROR_CODE::SUCCESS);
+  const auto keyframes = [&] { return room.state().tracking_module->engine->map().keyframes.size(); };
+  size_t after_first = 0;
+  Trajectory live, truth;
+  for (int i = 0; i <= 2 * kFrames; ++i) {
+    room.grab(i);
+    Pose pose;
+    ASSERT_EQ(room.camera.getPosition(pose, REFERENCE_FRAME::WORLD), POSITIONAL_TRACKING_STATE::OK) << "frame " << i;
+    live.push_back({i * 0.0333, Eigen::Isometry3d(room.state().tracking.T_world_camera.cast<double>())});
+    truth.push_back({i * 0.0333, truthInWorld(i)});
+    if (i == kFrames) after_first = keyframes();
+  }
+  std::printf("keyframes after one round %zu, after two %zu\n", after_first, keyframes());
+  EXPECT_GT(after_first, 10u);
+  EXPECT_LE(keyframes(), after_first + after_first / 4);
+  EXPECT_EQ(trajectoryStore(room.state())->size(), 0u);
+  TrajectoryErrors e;
+  std::string error;
+  ASSERT_TRUE(evaluateTrajectory(live, truth, e, error)) << error;
+  std::printf("two rounds: ate_rmse_m %.4f ate_pct %.3f\n", e.ate_rmse_m, e.ate_pct);
+  EXPECT_LT(e.ate_pct, 1.0);
 }

@@ -34,13 +34,16 @@ class KtrWriter {
   KtrWriter(const KtrWriter&) = delete;
   KtrWriter& operator=(const KtrWriter&) = delete;
 
-  /// Creates `path` (replacing it). The metadata's width/height are one eye's.
+  /// Creates `path`. An earlier file there is replaced only when the new recording is closed
+  /// complete; until then it is written beside it, and a failed recording leaves it untouched.
+  /// The metadata's width/height are one eye's.
   [[nodiscard]] ERROR_CODE open(const std::string& path, const KtrMetadata& metadata,
                                 KTR_COMPRESSION_MODE mode = KTR_COMPRESSION_MODE::H264);
   /// Appends one side-by-side CV_8UC3 BGR frame (2 * width x height). Timestamps must grow;
   /// one that does not is moved 1 ms after the previous frame.
   [[nodiscard]] ERROR_CODE write(const cv::Mat& side_by_side_bgr, int64_t timestamp_ns);
-  /// Flushes the encoder, writes the index and the frame-count tag. Idempotent.
+  /// Flushes the encoder, writes the index and the frame-count tag. Idempotent. A recording
+  /// that fails here keeps its complete frames when it is a new file.
   ERROR_CODE close();
   bool isOpen() const;
   int framesWritten() const;

@@ -50,6 +50,8 @@ class AreaMemory {
   bool confirmWithStereo(const PlaceMatch& match, const cv::Mat& left, const cv::Mat& right) const;
   /// Pose-graph optimisation over every keyframe with the loop edges found so far.
   void optimise();
+  /// Drops the loop edges of a keyframe that leaves the map.
+  void forgetKeyframe(int id);
 
   int loopCount() const { return int(loops_.size()); }
   const std::vector<PoseEdge>& loops() const { return loops_; }

@@ -70,6 +70,9 @@ class StereoOdometry {
   const OdometryParameters& parameters() const { return parameters_; }
   /// Keyframe ids in the sliding window, oldest first.
   const std::deque<int>& window() const { return window_; }
+  /// Removes keyframe `id` (one that has left the window) from the map, with the landmarks no
+  /// other keyframe observes and no track follows.
+  void dropKeyframe(int id);
 
  private:
   struct Track {

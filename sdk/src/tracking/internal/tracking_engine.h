@@ -22,6 +22,8 @@ struct TrackingEngineParameters {
   double max_frame_gap_s = 0.25;        ///< a longer gap between frames reports FPS_TOO_LOW
   int lost_frames_before_restart = 15;  ///< without a relocalisation, start afresh after this many lost frames
   int final_iterations = 15;            ///< global bundle adjustment iterations in finalise()
+  /// Keep each frame's pose for a second pass over the same recording (live input has none).
+  bool keep_trajectory = true;
 };
 
 struct EngineOutput {
@@ -59,6 +61,9 @@ class TrackingEngine {
  private:
   EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   void afterKeyframe(int id, const cv::Mat& left);
+  /// Removes the keyframes that have left the odometry's window and add no viewpoint to the map.
+  void cullRedundantKeyframes();
+  void record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_camera);
 
   RectifiedCalibration calibration_;
   TrackingEngineParameters parameters_;
@@ -71,6 +76,7 @@ class TrackingEngine {
   int lost_frames_ = 0;
   bool waiting_for_area_ = false;  ///< an adopted area: no pose until relocalised in it
   bool ever_tracked_ = false;
+  int culling_checked_ = -1;  ///< keyframes up to this id have been judged by the culling
 };
 
 }  // namespace pv::internal

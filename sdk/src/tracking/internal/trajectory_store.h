@@ -26,6 +26,9 @@ class TrajectoryStore {
               const Eigen::Isometry3d& T_world_camera);
   /// Re-anchors every stored frame on the current pose of its keyframe. Thread safe.
   void refine(const MapData& map);
+  /// The frames tracked from keyframe `from` (about to be removed) follow keyframe `to`, now at
+  /// `T_world_to`, from here on. Thread safe.
+  void reanchor(int from, int to, const Eigen::Isometry3d& T_world_to);
   /// The pose of a stored frame; false when the frame was not tracked. Thread safe.
   bool refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const;
   /// The highest stored frame index, -1 when none. Thread safe.
