@@ -14,6 +14,7 @@
 #include "core/internal/error.h"
 #include "core/internal/gpu_memory.h"
 #include "core/internal/heap_policy.h"
+#include "core/internal/thread_limit.h"
 #include "input/internal/input_state.h"
 
 namespace pv {
@@ -224,19 +225,25 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
     err = internal::trackingStep(s, internal::FrameDepth());
     return err != ERROR_CODE::SUCCESS ? err : internal::mappingStep(s);
   }
-  // Depth is computed beside tracking, which needs it only for a new keyframe and waits there.
+  // Depth is computed beside tracking, which needs it only for a new keyframe and waits there;
+  // before it when the SDK may use one thread only.
   ERROR_CODE depth_err = ERROR_CODE::SUCCESS;
   std::string depth_why;
-  std::future<void> depth = std::async(std::launch::async, [&] {
+  const auto compute_depth = [&] {
     depth_err = internal::depthStep(s, runtime);
     if (depth_err != ERROR_CODE::SUCCESS) depth_why = lastErrorDetail().str();
-  });
+  };
+  std::future<void> depth;
+  if (internal::serialGrab())
+    compute_depth();
+  else
+    depth = std::async(std::launch::async, compute_depth);
   const internal::FrameDepth frame_depth([&] {
-    depth.wait();
+    if (depth.valid()) depth.wait();
     return s.depth.valid ? s.depth.depth_m : cv::Mat();
   });
   err = internal::trackingStep(s, frame_depth);
-  depth.wait();
+  if (depth.valid()) depth.wait();
   if (depth_err != ERROR_CODE::SUCCESS) return fail(depth_err, depth_why);
   if (err != ERROR_CODE::SUCCESS) return err;
   return internal::mappingStep(s);
