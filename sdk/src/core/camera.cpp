@@ -14,6 +14,7 @@
 #include "core/internal/error.h"
 #include "core/internal/gpu_memory.h"
 #include "core/internal/heap_policy.h"
+#include "core/internal/thread_limit.h"
 #include "input/internal/input_state.h"
 
 namespace pv {
@@ -224,23 +225,28 @@ ERROR_CODE Camera::grab(RuntimeParameters runtime) {
     err = internal::trackingStep(s, internal::FrameDepth());
     return err != ERROR_CODE::SUCCESS ? err : internal::mappingStep(s);
   }
-  // Depth is computed beside tracking, which needs it only for a new keyframe and waits there.
-  // It runs as a task on TBB's threads, which live as long as the process: a thread made for each
-  // frame would leave the per-thread buffers of OpenCV's parallel loops behind, a little more
-  // memory for every frame of a long scan.
+  // Depth is computed beside tracking, which needs it only for a new keyframe and waits there;
+  // before it when the SDK may use one thread only. It runs as a task on TBB's threads, which live
+  // as long as the process: a thread made for each frame would leave the per-thread buffers of
+  // OpenCV's parallel loops behind, a little more memory for every frame of a long scan.
   ERROR_CODE depth_err = ERROR_CODE::SUCCESS;
   std::string depth_why;
-  tbb::task_group depth;
-  depth.run([&] {
+  const auto compute_depth = [&] {
     depth_err = internal::depthStep(s, runtime);
     if (depth_err != ERROR_CODE::SUCCESS) depth_why = lastErrorDetail().str();
-  });
+  };
+  tbb::task_group depth;
+  const bool serial = internal::serialGrab();
+  if (serial)
+    compute_depth();
+  else
+    depth.run(compute_depth);
   const internal::FrameDepth frame_depth([&] {
-    depth.wait();
+    if (!serial) depth.wait();
     return s.depth.valid ? s.depth.depth_m : cv::Mat();
   });
   err = internal::trackingStep(s, frame_depth);
-  depth.wait();
+  if (!serial) depth.wait();
   if (depth_err != ERROR_CODE::SUCCESS) return fail(depth_err, depth_why);
   if (err != ERROR_CODE::SUCCESS) return err;
   return internal::mappingStep(s);

@@ -78,6 +78,9 @@ ERROR_CODE Camera::enableSpatialMapping(SpatialMappingParameters parameters) {
   config.use_chunk_only = parameters.use_chunk_only;
   config.coordinate_system = s.init_parameters.coordinate_system;
   config.coordinate_units = s.init_parameters.coordinate_units;
+  // A recording read as fast as it decodes waits for fusion rather than drop frames: its map is
+  // then the same however fast the machine is, and however many threads it uses.
+  config.wait_for_room = !s.init_parameters.input.isLive() && !s.init_parameters.ktr_real_time_mode;
   config.parameters = parameters;
   std::atomic_store(&s.mapping_module, std::make_shared<MappingModule>(config));
   return ERROR_CODE::SUCCESS;

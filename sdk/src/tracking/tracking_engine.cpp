@@ -153,7 +153,9 @@ void TrackingEngine::finalise() {
     for (const auto& [id, kf] : map_.keyframes) ids.push_back(id);
     BundleAdjustmentParameters p = parameters_.odometry.bundle;
     p.max_iterations = parameters_.final_iterations;
-    p.threads = 2;
+    // One thread: Ceres sums the parts of the normal equations in the order its threads finish
+    // them, so more threads would change the poses' last bits from run to run.
+    p.threads = 1;
     bundleAdjust(map_, calibration_, ids, 1, p);
     trajectory_->refine(map_);
   }

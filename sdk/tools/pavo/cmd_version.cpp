@@ -1,20 +1,18 @@
 #include <iostream>
-#include <opencv2/core/utility.hpp>
-#include <thread>
 
 #include "command.h"
 #include "core/internal/cpu_features.h"
+#include "core/internal/thread_limit.h"
 #include "pv/mat.h"
 
 namespace {
 
 int runVersion(int, char**) {
-  const unsigned cores = std::thread::hardware_concurrency();
   std::cout << "pavo " << PAVO_VERSION << "\n"
             << "cuda: " << (pv::isCudaDeviceAvailable() ? "device in use" : "no device, CPU path") << "\n"
             << "vectors: " << pv::internal::cpuLevelName() << "\n"
-            << "threads: " << cv::getNumThreads() << " for parallel loops, " << (cores ? cores : 1)
-            << " hardware threads\n";
+            << "threads: " << pv::internal::threadLimit() << " for parallel loops ("
+            << pv::internal::threadLimitSource() << "), " << pv::internal::availableCores() << " cores available\n";
   return 0;
 }
 

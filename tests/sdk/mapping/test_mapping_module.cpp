@@ -237,6 +237,22 @@ TEST(MappingModule, SustainedOverflowReportsFpsTooLowAndRecovers) {
   EXPECT_EQ(m.state(), pv::SPATIAL_MAPPING_STATE::OK);
 }
 
+TEST(MappingModule, WaitingForRoomFusesEveryFrameOfAFastSource) {
+  // A recording read as fast as it decodes: the same flood of frames as above, none dropped.
+  const Scene s = room();
+  MappingConfig c = config();
+  c.voxel_m = 0.01f;
+  c.queue_capacity = 1;
+  c.wait_for_room = true;
+  MappingModule m(c);
+  for (int i = 0; i < 12; ++i) EXPECT_TRUE(m.submit(frameAt(s, view(0.1f * float(i % 3)), uint64_t(i + 1))));
+  m.waitIdle();
+  const MappingStats st = m.stats();
+  EXPECT_EQ(st.frames_dropped, 0u);
+  EXPECT_EQ(st.frames_fused, 12u);
+  EXPECT_EQ(m.state(), pv::SPATIAL_MAPPING_STATE::OK);
+}
+
 TEST(MappingModule, ResetWithARequestInFlightAndRetrievalsBesideFusion) {
   const Scene s = room();
   for (int round = 0; round < 3; ++round) {

@@ -1,5 +1,6 @@
-// The `pavo` tool's command line: every command answers --help with its usage, and `pavo import`
-// reads a published folder with --every and --first and refuses bad values.
+// The `pavo` tool's command line: every command answers --help with its usage, `pavo import`
+// reads a published folder with --every and --first and refuses bad values, and `pavo version`
+// shows the thread limit PAVO_THREADS sets.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -53,6 +54,20 @@ TEST(PavoCommands, ImportCutsAndThinsAPublishedFolder) {
   for (const char* bad : {"--every 0", "--every 1.5", "--first 0", "--first x", "--every"}) {
     r = pavo("import " + dir + " -o " + out + " " + bad);
     EXPECT_EQ(r.status >> 8, 2) << bad << ": " << r.out;
+  }
+}
+
+TEST(PavoCommands, VersionShowsTheThreadLimitTheEnvironmentSets) {
+  const ToolRun three = mapura::test::runCommand(std::string("PAVO_THREADS=3 ") + PAVO_TOOL, "version");
+  ASSERT_EQ(three.status, 0) << three.out;
+  EXPECT_NE(three.out.find("threads: 3 for parallel loops (PAVO_THREADS=3)"), std::string::npos) << three.out;
+  const ToolRun all = mapura::test::runCommand(std::string("env -u PAVO_THREADS ") + PAVO_TOOL, "version");
+  EXPECT_NE(all.out.find("for parallel loops (all cores)"), std::string::npos) << all.out;
+  for (const char* bad : {"0", "two", "4x", "100000"}) {
+    const ToolRun r = mapura::test::runCommand(std::string("PAVO_THREADS=") + bad + " " + PAVO_TOOL, "version");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find(std::string("PAVO_THREADS=\"") + bad + "\" is not a whole number"), std::string::npos)
+        << r.out;
   }
 }
 

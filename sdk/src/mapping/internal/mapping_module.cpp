@@ -73,13 +73,15 @@ MappingModule::~MappingModule() {
   }
   queue_cv_.notify_all();
   idle_cv_.notify_all();
+  room_cv_.notify_all();
   if (thread_.joinable()) thread_.join();
 }
 
 bool MappingModule::submit(DepthFrame frame) {
   bool room;
   {
-    std::lock_guard<std::mutex> lock(queue_mutex_);
+    std::unique_lock<std::mutex> lock(queue_mutex_);
+    if (config_.wait_for_room) room_cv_.wait(lock, [&] { return stop_ || queue_.size() < config_.queue_capacity; });
     room = queue_.size() < config_.queue_capacity;
   }
   // Only this thread adds to the queue, so room found above stays; copy outside the lock.
@@ -177,6 +179,7 @@ void MappingModule::run() {
     } else {
       DepthFrame frame = std::move(queue_.front());
       queue_.pop_front();
+      room_cv_.notify_one();
       if (frames_before_mesh_ > 0) --frames_before_mesh_;
       lock.unlock();
       integrateOne(frame);

@@ -32,6 +32,7 @@ struct MappingConfig {
   COORDINATE_SYSTEM coordinate_system = COORDINATE_SYSTEM::IMAGE;
   UNIT coordinate_units = UNIT::METER;
   size_t queue_capacity = 2;            ///< frames waiting for fusion; a full queue drops the new frame
+  bool wait_for_room = false;           ///< a full queue makes submit wait instead (no frame is dropped)
   int overflow_window = 30;             ///< frames over which drops are counted for FPS_TOO_LOW
   SpatialMappingParameters parameters;  ///< as the application gave them (range resolved)
 };
@@ -60,7 +61,8 @@ class MappingModule {
   MappingModule& operator=(const MappingModule&) = delete;
 
   /// Queues a deep copy of the frame for fusion without waiting; false when the queue is full and
-  /// the frame is dropped. `bgr` may be empty. Called from one thread (the grabbing thread).
+  /// the frame is dropped (with wait_for_room, waits for room instead). `bgr` may be empty. Called
+  /// from one thread (the grabbing thread).
   bool submit(DepthFrame frame);
   /// Keeps `bgr` as a texturing keyframe when save_texture is on and the camera moved enough
   /// since the last one (and the memory budget allows).
@@ -102,7 +104,7 @@ class MappingModule {
   TsdfVolume volume_;  // integration thread only
 
   mutable std::mutex queue_mutex_;
-  std::condition_variable queue_cv_, idle_cv_;
+  std::condition_variable queue_cv_, idle_cv_, room_cv_;
   std::deque<DepthFrame> queue_;
   bool busy_ = false, stop_ = false, mesh_requested_ = false;
   size_t frames_before_mesh_ = 0;
