@@ -1,9 +1,12 @@
-// Runs tracking on stereo image folders (no camera) and prints trajectory errors and time per frame:
-//   bench_tracking_sequences kitti DIR [OUT]
-//   bench_tracking_sequences euroc DIR GT.txt [OUT]
-// OUT.live.txt, OUT.two_pass.txt and OUT.gt.txt are written when OUT is given.
+// Runs tracking on stereo image folders (no camera, no recording) and prints trajectory errors and
+// time per frame:
+//   bench_tracking_sequences euroc|kitti|pairs DIR [--every N] [--first K] [--out BASE]
+// The folder is read as `pavo import` reads it (its ground truth included); --every and --first
+// thin and cut it the same way. BASE.live.txt, BASE.two_pass.txt and BASE.gt.txt (TUM files) are
+// written when --out is given.
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 #include "machine.h"
@@ -14,19 +17,25 @@
 using namespace pv::internal;
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
-    std::cerr << "usage: bench_tracking_sequences kitti DIR [OUT.txt] | euroc DIR GT.txt [OUT.txt]\n";
+  int every = 1, first = 0;
+  std::string out_base;
+  for (int i = 3; i + 1 < argc; i += 2) {
+    const std::string k = argv[i];
+    if (k == "--every")
+      every = std::atoi(argv[i + 1]);
+    else if (k == "--first")
+      first = std::atoi(argv[i + 1]);
+    else if (k == "--out")
+      out_base = argv[i + 1];
+  }
+  if (argc < 3 || argc % 2 == 0 || every < 1 || first < 0) {
+    std::cerr << "usage: bench_tracking_sequences euroc|kitti|pairs DIR [--every N] [--first K] [--out BASE]\n";
     return 2;
   }
   mapura::bench::printMachine();
-  const std::string kind = argv[1];
   mapura::bench::StereoSequence seq;
   std::string error;
-  int next = 3;
-  const bool loaded = kind == "kitti"
-                          ? mapura::bench::loadKittiSequence(argv[2], seq, error)
-                          : (argc > 3 && mapura::bench::loadEurocSequence(argv[2], argv[next++], seq, error));
-  if (!loaded) {
+  if (!mapura::bench::loadSequence(argv[1], argv[2], every, first, seq, error)) {
     std::cerr << "cannot load: " << error << "\n";
     return 1;
   }
@@ -79,11 +88,10 @@ int main(int argc, char** argv) {
   std::printf("final optimisation %.0f ms\n", final_ms);
   mapura::bench::printTrajectoryErrors("two-pass", refined, seq.ground_truth);
   // The estimates (live and two-pass) and the ground truth as TUM files, for `pavo eval traj`.
-  if (next < argc) {
-    const std::string base = argv[next];
-    if (!writeTumTrajectory(base + ".live.txt", live, error) ||
-        !writeTumTrajectory(base + ".two_pass.txt", refined, error) ||
-        !writeTumTrajectory(base + ".gt.txt", seq.ground_truth, error))
+  if (!out_base.empty()) {
+    if (!writeTumTrajectory(out_base + ".live.txt", live, error) ||
+        !writeTumTrajectory(out_base + ".two_pass.txt", refined, error) ||
+        !writeTumTrajectory(out_base + ".gt.txt", seq.ground_truth, error))
       std::cerr << error << "\n";
   }
   return 0;

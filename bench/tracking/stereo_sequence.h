@@ -1,5 +1,6 @@
-// Stereo image folders with ground truth, read without a camera: KITTI odometry (rectified
-// pairs, 3x4 pose lines) and EuRoC/ASL (raw pairs rectified here from the sensor.yaml files).
+// Stereo image folders with ground truth, read without a camera through the importer's readers
+// (EuRoC/ASL, KITTI, pairs: the same files `pavo import` reads) and rectified as a recording of
+// them would be.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -7,25 +8,27 @@
 #include <vector>
 
 #include "core/internal/camera_state.h"
+#include "input/internal/rectifier.h"
+#include "io/internal/stereo_folder.h"
 #include "tracking/internal/trajectory_eval.h"
 
 namespace mapura::bench {
 
 struct StereoSequence {
+  pv::internal::StereoFolder folder;
+  pv::internal::Rectifier rectifier;
   pv::internal::RectifiedCalibration calibration;
-  std::vector<std::string> left_files, right_files;
-  std::vector<double> t_s;
-  pv::internal::Trajectory ground_truth;                     ///< rectified left camera in the world, IMAGE axes
-  cv::Mat map_left_x, map_left_y, map_right_x, map_right_y;  ///< empty when already rectified
+  std::vector<double> t_s;                ///< capture time of each frame, seconds
+  pv::internal::Trajectory ground_truth;  ///< rectified left camera in the world, IMAGE axes
 
-  size_t size() const { return left_files.size(); }
+  size_t size() const { return folder.size(); }
   /// Reads pair `i` as rectified grey images; false when unreadable.
-  bool read(size_t i, cv::Mat& left, cv::Mat& right) const;
+  bool read(size_t i, cv::Mat& left, cv::Mat& right);
 };
 
-bool loadKittiSequence(const std::string& dir, StereoSequence& sequence, std::string& error);
-/// `dir` holds mav0/; `ground_truth_tum` is the body trajectory (TUM, seconds).
-bool loadEurocSequence(const std::string& dir, const std::string& ground_truth_tum, StereoSequence& sequence,
-                       std::string& error);
+/// Reads `dir` in `format` ("euroc", "kitti" or "pairs"), keeping every `every`-th frame and then
+/// the first `first` of those (0: all), as `pavo import --every --first` would.
+bool loadSequence(const std::string& format, const std::string& dir, int every, int first, StereoSequence& sequence,
+                  std::string& error);
 
 }  // namespace mapura::bench
