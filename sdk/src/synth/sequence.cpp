@@ -35,12 +35,15 @@ cv::Mat undistortedRays(const EyeCalibration& e, int width, int height) {
 ERROR_CODE SyntheticSequence::init(const SynthOptions& o) {
   if (!Scene::known(o.scene))
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown scene '" + o.scene + "' (room, object)");
+  if (!CameraMotion::known(o.motion))
+    return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "unknown motion '" + o.motion + "' (smooth, handheld)");
   if (o.resolution != RESOLUTION::HD720 && o.resolution != RESOLUTION::VGA)
     return fail(ERROR_CODE::INVALID_RESOLUTION, "synthetic recordings are HD720 or VGA");
   if (o.frames < 1 || o.frames > 100000 || !(o.fps > 0 && o.fps <= 240) || !(o.noise_sigma >= 0))
     return fail(ERROR_CODE::INVALID_FUNCTION_PARAMETERS, "frames must be 1..100000 and fps 0..240");
   options_ = o;
   scene_ = Scene::build(o.scene, o.seed);
+  motion_ = CameraMotion(o.motion, o.seed, o.frames / o.fps + 1.0);
   const Resolution size = getResolution(o.resolution);
   const double s = double(size.width) / 1280.0;
   StereoCalibration& c = calibration_;
@@ -82,17 +85,7 @@ int64_t SyntheticSequence::timestampNs(int frame) const {
 }
 
 Eigen::Matrix4d SyntheticSequence::sceneFromRawLeft(int frame) const {
-  Eigen::Vector3d position, target;
-  scene_.cameraPath(double(timestampNs(frame) - kTimeOriginNs) * 1e-9, position, target);
-  const Eigen::Vector3d z = (target - position).normalized();
-  const Eigen::Vector3d x = z.cross(Eigen::Vector3d::UnitY()).normalized();
-  const Eigen::Vector3d y = z.cross(x);
-  Eigen::Matrix4d T = Eigen::Matrix4d::Identity();
-  T.block<3, 1>(0, 0) = x;
-  T.block<3, 1>(0, 1) = y;
-  T.block<3, 1>(0, 2) = z;
-  T.block<3, 1>(0, 3) = position;
-  return T;
+  return motion_.pose(scene_, double(timestampNs(frame) - kTimeOriginNs) * 1e-9);
 }
 
 Eigen::Matrix4d SyntheticSequence::poseImage(int frame) const {

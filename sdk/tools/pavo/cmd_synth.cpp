@@ -14,13 +14,16 @@ const char kName[] = "synth";
 int runSynth(int argc, char** argv) {
   pavo::Args args(argc, argv, {"gt-depth"});
   if (!args.error().empty()) return pavo::usageError(kName, args.error());
-  const auto unknown = args.unknown({"o", "frames", "fps", "resolution", "seed", "codec", "gt-depth"});
+  const auto unknown = args.unknown({"o", "frames", "fps", "resolution", "seed", "codec", "gt-depth", "motion"});
   if (!unknown.empty()) return pavo::usageError(kName, "unknown option --" + unknown.front());
   if (args.positional().size() != 1) return pavo::usageError(kName, "give one scene: room or object");
   pv::internal::synth::SynthOptions o;
   o.scene = args.positional()[0];
   if (!pv::internal::synth::Scene::known(o.scene))
     return pavo::usageError(kName, "unknown scene '" + o.scene + "' (room, object)");
+  o.motion = args.get("motion", "smooth");
+  if (!pv::internal::synth::CameraMotion::known(o.motion))
+    return pavo::usageError(kName, "unknown motion '" + o.motion + "' (smooth, handheld)");
   const std::string out = args.get("o");
   if (out.empty()) return pavo::usageError(kName, "missing -o FILE.ktr");
   bool ok_frames = true, ok_fps = true, ok_seed = true;
@@ -63,5 +66,5 @@ int runSynth(int argc, char** argv) {
 
 PAVO_COMMAND("synth",
              "SCENE -o FILE.ktr [--frames N] [--fps F] [--resolution HD720|VGA] [--seed S] "
-             "[--codec h264|ffv1|mjpeg] [--gt-depth]",
+             "[--motion smooth|handheld] [--codec h264|ffv1|mjpeg] [--gt-depth]",
              "renders a synthetic recording (room, object) with its ground truth", runSynth);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
@@ -133,6 +134,45 @@ TEST(Synth, WritesTheRecordingAndConsistentGroundTruth) {
   EXPECT_GT(faces, 100u);
   const auto size = std::filesystem::file_size(dir + "/obj.gt.ply");
   EXPECT_EQ(size - size_t(ply.tellg()) - 1, vertices * 12 + faces * 13);
+}
+
+// The hand-held motion: turns of 180 degrees per second and more at 30 fps, never a jump, the
+// camera inside the scene with surfaces at stereo distances at the fastest moments.
+TEST(Synth, HandheldMotionTurnsFastAndStaysInTheScene) {
+  for (const char* scene : {"room", "object"})
+    for (uint32_t seed : {1u, 2u, 3u}) {
+      SCOPED_TRACE(std::string(scene) + " seed " + std::to_string(seed));
+      SynthOptions o = vga(scene, seed);
+      o.motion = "handheld";
+      o.frames = 300;
+      SyntheticSequence seq;
+      ASSERT_EQ(seq.init(o), ERROR_CODE::SUCCESS);
+      double fastest = 0, rates_above_180 = 0;
+      int fastest_frame = 0;
+      for (int i = 1; i < o.frames; ++i) {
+        const Eigen::Matrix3d R =
+            seq.poseImage(i - 1).topLeftCorner<3, 3>().transpose() * seq.poseImage(i).topLeftCorner<3, 3>();
+        const double deg = Eigen::AngleAxisd(R).angle() * 180 / M_PI;
+        EXPECT_LT(deg, 15.0) << "frame " << i;
+        const Eigen::Vector3d step = (seq.poseImage(i) - seq.poseImage(i - 1)).topRightCorner<3, 1>();
+        EXPECT_LT(step.norm(), 0.1) << "frame " << i;
+        rates_above_180 += deg * o.fps >= 180;
+        if (deg > fastest) {
+          fastest = deg;
+          fastest_frame = i;
+        }
+      }
+      EXPECT_GE(fastest * o.fps, 200.0);
+      EXPECT_GE(rates_above_180, 15);  // several turns, not one
+      cv::Mat depth;
+      seq.renderDepth(fastest_frame, depth);
+      EXPECT_EQ(cv::countNonZero(depth <= 0), 0);
+      EXPECT_LT(cv::countNonZero(depth < 0.4f), int(depth.total() / 20));
+    }
+  SynthOptions o = vga("room", 1);
+  o.motion = "shaky";
+  SyntheticSequence seq;
+  EXPECT_EQ(seq.init(o), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
 }
 
 TEST(Synth, SideFileStemDropsTheExtension) {

@@ -25,12 +25,14 @@
 #include "core/internal/camera_state.h"
 #include "io/internal/ktr_metadata.h"
 #include "io/internal/ktr_side_files.h"
+#include "synth/internal/motion.h"
 #include "synth/internal/scene.h"
 
 namespace pv::internal::synth {
 
 struct SynthOptions {
-  std::string scene = "room";  ///< "room" or "object"
+  std::string scene = "room";     ///< "room" or "object"
+  std::string motion = "smooth";  ///< "smooth" (the scene's path) or "handheld" (quick turns and shake)
   int frames = 300;
   double fps = 30;
   RESOLUTION resolution = RESOLUTION::HD720;  ///< HD720 or VGA
@@ -68,6 +70,7 @@ class SyntheticSequence {
 
   SynthOptions options_;
   Scene scene_;
+  CameraMotion motion_;
   StereoCalibration calibration_;
   RectifiedCalibration rectified_;
   Eigen::Matrix3d R_raw_rect_;          // rectified left camera axes in the raw left camera
