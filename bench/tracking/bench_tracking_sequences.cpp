@@ -3,21 +3,64 @@
 //   bench_tracking_sequences euroc|kitti|pairs DIR [--every N] [--first K] [--out BASE]
 // The folder is read as `pavo import` reads it (its ground truth included); --every and --first
 // thin and cut it the same way. BASE.live.txt, BASE.two_pass.txt and BASE.gt.txt (TUM files) are
-// written when --out is given.
+// written when --out is given; --verbose 1 prints a line per frame (state, points, error against the
+// ground truth from the first pose on).
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
 #include "machine.h"
+#include "pv/defines.h"
 #include "stereo_sequence.h"
 #include "tracking/internal/tracking_engine.h"
 #include "trajectory_report.h"
 
 using namespace pv::internal;
 
+namespace {
+
+// The ground-truth pose at frame `i`'s time; false when there is none.
+bool truthAt(const mapura::bench::StereoSequence& seq, size_t i, Eigen::Isometry3d& T) {
+  for (const StampedPose& p : seq.ground_truth)
+    if (std::abs(p.t_s - seq.t_s[i]) < 1e-6) {
+      T = p.T_world_camera;
+      return true;
+    }
+  return false;
+}
+
+double angleDeg(const Eigen::Isometry3d& T) { return Eigen::AngleAxisd(T.linear()).angle() * 180 / M_PI; }
+
+// One line per frame: state, points used and refused, true turn since the previous frame, error
+// of the motion since frame 0 against the truth's.
+void printFrame(size_t i, const mapura::bench::StereoSequence& seq, const EngineOutput& out, double ms) {
+  static Eigen::Isometry3d e0, g0, g_previous;
+  static bool have_previous = false;
+  Eigen::Isometry3d g;
+  const bool known = truthAt(seq, i, g);
+  if (i == 0) {
+    e0 = out.T_world_camera;
+    g0 = g;
+  }
+  std::printf("frame %4zu t %7.3f %-9s used %4zu rejected %4zu conf %3d %6.1f ms", i, seq.t_s[i],
+              pv::toString(out.state).c_str(), out.used.size(), out.rejected.size(), out.confidence, ms);
+  if (known) {
+    const Eigen::Isometry3d de = e0.inverse() * out.T_world_camera, dg = g0.inverse() * g;
+    std::printf("  turn %5.1f deg  error %5.2f deg %6.3f m", have_previous ? angleDeg(g_previous.inverse() * g) : 0.0,
+                angleDeg(dg.inverse() * de), (de.translation() - dg.translation()).norm());
+    g_previous = g;
+    have_previous = true;
+  }
+  std::printf("\n");
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   int every = 1, first = 0;
+  bool verbose = false;
   std::string out_base;
   for (int i = 3; i + 1 < argc; i += 2) {
     const std::string k = argv[i];
@@ -27,9 +70,12 @@ int main(int argc, char** argv) {
       first = std::atoi(argv[i + 1]);
     else if (k == "--out")
       out_base = argv[i + 1];
+    else if (k == "--verbose")
+      verbose = std::atoi(argv[i + 1]) != 0;
   }
   if (argc < 3 || argc % 2 == 0 || every < 1 || first < 0) {
-    std::cerr << "usage: bench_tracking_sequences euroc|kitti|pairs DIR [--every N] [--first K] [--out BASE]\n";
+    std::cerr
+        << "usage: bench_tracking_sequences euroc|kitti|pairs DIR [--every N] [--first K] [--out BASE] [--verbose 1]\n";
     return 2;
   }
   mapura::bench::printMachine();
@@ -58,6 +104,7 @@ int main(int argc, char** argv) {
       ++ok;
       live.push_back({seq.t_s[i], out.T_world_camera});
     }
+    if (verbose) printFrame(i, seq, out, ms);
   }
   std::printf("frames OK %d/%zu, %.2f ms per frame (worst %.1f ms), keyframes %zu landmarks %zu loops %d\n", ok,
               seq.size(), total_ms / double(seq.size()), worst_ms, engine.map().keyframes.size(),
