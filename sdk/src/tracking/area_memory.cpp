@@ -6,22 +6,6 @@
 #include <set>
 
 namespace pv::internal {
-namespace {
-
-/// ORB descriptors at given pixels, one row per pixel (zero rows where ORB could not describe).
-cv::Mat describe(cv::ORB& orb, const cv::Mat& gray, const std::vector<cv::Point2f>& pixels) {
-  std::vector<cv::KeyPoint> keypoints;
-  for (size_t i = 0; i < pixels.size(); ++i) keypoints.emplace_back(pixels[i], 31.f, -1.f, 0.f, 0, int(i));
-  cv::Mat computed;
-  orb.compute(gray, keypoints, computed);
-  cv::Mat out = cv::Mat::zeros(int(pixels.size()), 32, CV_8U);
-  for (size_t k = 0; k < keypoints.size(); ++k) computed.row(int(k)).copyTo(out.row(keypoints[k].class_id));
-  return out;
-}
-
-bool isZero(const cv::Mat& row) { return cv::countNonZero(row) == 0; }
-
-}  // namespace
 
 AreaMemory::AreaMemory(const RectifiedCalibration& calibration, MapData& map, const AreaMemoryParameters& parameters)
     : calibration_(calibration), map_(map), parameters_(parameters), orb_(cv::ORB::create(500)) {
@@ -31,9 +15,10 @@ AreaMemory::AreaMemory(const RectifiedCalibration& calibration, MapData& map, co
 void AreaMemory::describeKeyframe(int id, const cv::Mat& left) {
   auto it = map_.keyframes.find(id);
   if (it == map_.keyframes.end()) return;
+  if (it->second.descriptors.rows == int(it->second.observations.size())) return;  // described by odometry
   std::vector<cv::Point2f> pixels;
   for (const Observation& o : it->second.observations) pixels.emplace_back(o.u, o.v);
-  it->second.descriptors = describe(*orb_, left, pixels);
+  it->second.descriptors = describeFeatures(*orb_, left, pixels);
 }
 
 PlaceMatch AreaMemory::matchAgainst(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors,
@@ -61,7 +46,8 @@ PlaceMatch AreaMemory::matchAgainst(const std::vector<cv::Point2f>& pixels, cons
       if (m[0].queryIdx >= descriptors.rows || m[0].trainIdx >= kf.descriptors.rows) continue;
       if (m.size() > 1 && m[0].distance > parameters_.ratio * m[1].distance) continue;
       const size_t q = size_t(m[0].queryIdx);
-      if (isZero(descriptors.row(m[0].queryIdx)) || isZero(kf.descriptors.row(m[0].trainIdx))) continue;
+      if (emptyDescriptor(descriptors.row(m[0].queryIdx)) || emptyDescriptor(kf.descriptors.row(m[0].trainIdx)))
+        continue;
       const int landmark = kf.observations[size_t(m[0].trainIdx)].landmark;
       if (!map_.landmarks.count(landmark) || excluded.count(landmark)) continue;
       if (m[0].distance < best[q].distance) best[q] = {landmark, m[0].distance, id};
@@ -120,7 +106,8 @@ bool AreaMemory::closeLoop(int id, std::map<int, int>& merged) {
   const Eigen::Vector3d axis = current.T_world_camera.linear().col(2);
   std::vector<std::pair<double, int>> near;
   for (const auto& [kid, kf] : map_.keyframes) {
-    if (kid > id - parameters_.min_keyframe_gap) break;
+    // Within one local map only older keyframes close a loop; another map's may be any.
+    if (kf.segment == current.segment && kid > id - parameters_.min_keyframe_gap) continue;
     const double d = (kf.T_world_camera.translation() - position).norm();
     if (d < parameters_.loop_radius_m && kf.T_world_camera.linear().col(2).dot(axis) > 0.7) near.emplace_back(d, kid);
   }
@@ -130,8 +117,14 @@ bool AreaMemory::closeLoop(int id, std::map<int, int>& merged) {
   for (size_t k = 0; k < near.size() && k < 5; ++k) candidates.push_back(near[k].second);
   std::vector<cv::Point2f> pixels;
   for (const Observation& o : current.observations) pixels.emplace_back(o.u, o.v);
-  const PlaceMatch match = matchAgainst(pixels, current.descriptors, candidates, id);
+  PlaceMatch match = matchAgainst(pixels, current.descriptors, candidates, id);
   if (!match.found) return false;
+  // Every older landmark around that projects near a feature with a like descriptor, then the
+  // keyframe's own stereo depths: a loop moves the whole map, so it must be sure and exact.
+  const int segment = current.segment, newest = id - parameters_.min_keyframe_gap;
+  refineByProjection(pixels, current.descriptors, match,
+                     [&](const Keyframe& kf) { return kf.segment != segment || kf.id <= newest; });
+  if (match.inliers < parameters_.loop_min_inliers || !stereoAgrees(match, current)) return false;
 
   // Merge the re-observed landmarks into the older ones.
   for (const auto& [q, old_landmark] : match.landmark_pairs) {
@@ -166,8 +159,36 @@ bool AreaMemory::closeLoop(int id, std::map<int, int>& merged) {
   }
   const Eigen::Isometry3d& T_world_old = map_.keyframes[match.keyframe_id].T_world_camera;
   loops_.push_back({match.keyframe_id, id, T_world_old.inverse() * match.T_world_camera, parameters_.loop_weight});
+  // Two local maps linked: from now on they are one.
+  const int joined = map_.keyframes[id].segment, into = map_.keyframes[match.keyframe_id].segment;
+  if (joined != into) {
+    for (auto& [kid, kf] : map_.keyframes)
+      if (kf.segment == joined) kf.segment = into;
+    if (map_.segment == joined) map_.segment = into;
+  }
   optimise();
   return true;
+}
+
+void AreaMemory::joinSegments(int from_segment, int into_keyframe, int from_keyframe,
+                              const Eigen::Isometry3d& T_correction) {
+  const int into = map_.keyframes.at(into_keyframe).segment;
+  std::set<int> moved;
+  for (auto& [kid, kf] : map_.keyframes) {
+    if (kf.segment != from_segment) continue;
+    kf.T_world_camera = T_correction * kf.T_world_camera;
+    kf.segment = into;
+    for (const Observation& o : kf.observations) moved.insert(o.landmark);
+  }
+  for (int id : moved) {
+    auto lm = map_.landmarks.find(id);
+    if (lm != map_.landmarks.end()) lm->second.p_world = T_correction * lm->second.p_world;
+  }
+  if (map_.segment == from_segment) map_.segment = into;
+  // Their relative pose, as now measured, holds them together in later optimisations.
+  const Keyframe &a = map_.keyframes.at(into_keyframe), &b = map_.keyframes.at(from_keyframe);
+  loops_.push_back(
+      {into_keyframe, from_keyframe, a.T_world_camera.inverse() * b.T_world_camera, parameters_.loop_weight});
 }
 
 void AreaMemory::optimise() {
@@ -183,15 +204,31 @@ void AreaMemory::forgetKeyframe(int id) {
       loops_.end());
 }
 
+bool AreaMemory::stereoAgrees(const PlaceMatch& match, const Keyframe& keyframe) const {
+  const Eigen::Isometry3d T_cw = match.T_world_camera.inverse();
+  const double fb = calibration_.fx * calibration_.baseline_m;
+  int checked = 0, agree = 0;
+  for (const auto& [q, landmark] : match.landmark_pairs) {
+    const Observation& o = keyframe.observations[size_t(q)];
+    auto lm = map_.landmarks.find(landmark);
+    if (!std::isfinite(o.u_right) || lm == map_.landmarks.end()) continue;
+    const Eigen::Vector3d p = T_cw * lm->second.p_world;
+    if (p.z() <= 0) continue;
+    ++checked;
+    agree += std::abs((o.u - o.u_right) - fb / p.z()) < 1.5;
+  }
+  return checked >= 10 && agree * 3 >= checked * 2;
+}
+
 void AreaMemory::refineByProjection(const std::vector<cv::Point2f>& pixels, const cv::Mat& descriptors,
-                                    PlaceMatch& match) {
+                                    PlaceMatch& match, const std::function<bool(const Keyframe&)>& usable) {
   // Every landmark described in a keyframe near the found pose, with its latest descriptor.
   std::map<int, cv::Mat> described;
   const Eigen::Vector3d position = match.T_world_camera.translation();
   const Eigen::Vector3d axis = match.T_world_camera.linear().col(2);
   for (const auto& [kid, kf] : map_.keyframes) {
     if (kf.descriptors.empty() || (kf.T_world_camera.translation() - position).norm() > parameters_.loop_radius_m ||
-        kf.T_world_camera.linear().col(2).dot(axis) < 0.5)
+        kf.T_world_camera.linear().col(2).dot(axis) < 0.5 || !usable(kf))
       continue;
     for (size_t i = 0; i < kf.observations.size(); ++i)
       described[kf.observations[i].landmark] = kf.descriptors.row(int(i));
@@ -205,7 +242,7 @@ void AreaMemory::refineByProjection(const std::vector<cv::Point2f>& pixels, cons
     std::map<int, std::pair<int, int>> best;  // query -> (distance, landmark)
     for (const auto& [lid, d] : described) {
       auto lm = map_.landmarks.find(lid);
-      if (lm == map_.landmarks.end() || isZero(d)) continue;
+      if (lm == map_.landmarks.end() || emptyDescriptor(d)) continue;
       double u, v;
       if (!projectPoint(calibration_, T_cw * lm->second.p_world, u, v)) continue;
       const int gx = int(u / cell), gy = int(v / cell);
@@ -285,17 +322,20 @@ bool AreaMemory::refinePose(const std::vector<cv::Point3f>& object, const std::v
   return true;
 }
 
-PlaceMatch AreaMemory::relocalise(const cv::Mat& left, const Eigen::Vector3d* near) {
+PlaceMatch AreaMemory::relocalise(const cv::Mat& left, const Eigen::Vector3d* near, int exclude_segment) {
   FeatureParameters fp;
   fp.cell_px = 24;
   const std::vector<cv::Point2f> pixels = detectFeatures(left, {}, fp);
-  const cv::Mat descriptors = describe(*orb_, left, pixels);
+  const cv::Mat descriptors = describeFeatures(*orb_, left, pixels);
   std::vector<int> candidates;
   for (const auto& [kid, kf] : map_.keyframes)
-    if (!near || (kf.T_world_camera.translation() - *near).norm() < parameters_.loop_radius_m)
+    if ((!near || (kf.T_world_camera.translation() - *near).norm() < parameters_.loop_radius_m) &&
+        kf.segment != exclude_segment)
       candidates.push_back(kid);
   PlaceMatch match = matchAgainst(pixels, descriptors, candidates, -1);
-  if (match.found) refineByProjection(pixels, descriptors, match);
+  if (match.found)
+    refineByProjection(pixels, descriptors, match,
+                       [exclude_segment](const Keyframe& kf) { return kf.segment != exclude_segment; });
   match.query_pixels = pixels;
   return match;
 }

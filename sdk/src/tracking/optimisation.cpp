@@ -173,7 +173,9 @@ std::vector<PoseEdge> odometryEdges(const MapData& map) {
   std::vector<PoseEdge> edges;
   const Keyframe* previous = nullptr;
   for (const auto& [id, kf] : map.keyframes) {
-    if (previous) edges.push_back({previous->id, id, previous->T_world_camera.inverse() * kf.T_world_camera, 1.0});
+    // Between two local maps the relative pose is only the motion model's guess.
+    const double weight = previous && previous->segment != kf.segment ? 1e-3 : 1.0;
+    if (previous) edges.push_back({previous->id, id, previous->T_world_camera.inverse() * kf.T_world_camera, weight});
     previous = &kf;
   }
   return edges;

@@ -1,7 +1,9 @@
 target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/area_memory.cpp
   ${CMAKE_CURRENT_LIST_DIR}/camera_tracking.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/motion_model.cpp
   ${CMAKE_CURRENT_LIST_DIR}/optimisation.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/sparse_alignment.cpp
   ${CMAKE_CURRENT_LIST_DIR}/stereo_features.cpp
   ${CMAKE_CURRENT_LIST_DIR}/stereo_odometry.cpp
   ${CMAKE_CURRENT_LIST_DIR}/tracking_engine.cpp

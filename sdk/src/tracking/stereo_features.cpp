@@ -85,4 +85,17 @@ std::vector<float> matchStereo(const cv::Mat& left, const cv::Mat& right, const 
   return disparity;
 }
 
+cv::Mat describeFeatures(cv::ORB& orb, const cv::Mat& gray, const std::vector<cv::Point2f>& pixels, int octave) {
+  std::vector<cv::KeyPoint> keypoints;
+  const float size = 31.f * float(std::pow(orb.getScaleFactor(), octave));
+  for (size_t i = 0; i < pixels.size(); ++i) keypoints.emplace_back(pixels[i], size, -1.f, 0.f, octave, int(i));
+  cv::Mat computed;
+  orb.compute(gray, keypoints, computed);
+  cv::Mat out = cv::Mat::zeros(int(pixels.size()), 32, CV_8U);
+  for (size_t k = 0; k < keypoints.size(); ++k) computed.row(int(k)).copyTo(out.row(keypoints[k].class_id));
+  return out;
+}
+
+bool emptyDescriptor(const cv::Mat& row) { return cv::countNonZero(row) == 0; }
+
 }  // namespace pv::internal

@@ -1,6 +1,7 @@
 #include "tracking/internal/tracking_engine.h"
 
 #include <Eigen/Geometry>
+#include <set>
 
 namespace pv::internal {
 
@@ -15,7 +16,8 @@ TrackingEngine::TrackingEngine(const RectifiedCalibration& calibration, const Tr
                   return p;
                 }()),
       area_(calibration, map_, parameters.area),
-      T_world_last_(T_world_start) {
+      T_world_last_(T_world_start),
+      T_world_measured_(T_world_start) {
   odometry_.restart(T_world_start);
 }
 
@@ -55,6 +57,7 @@ void TrackingEngine::cullRedundantKeyframes() {
     for (const auto& entry : map_.keyframes) {
       const int older_id = entry.first;
       if (older_id >= id) break;
+      if (entry.second.segment != kf.segment) continue;  // a map not joined yet may sit anywhere
       const Eigen::Isometry3d between = entry.second.T_world_camera.inverse() * kf.T_world_camera;
       const double d = between.translation().norm();
       if (d < nearest && Eigen::AngleAxisd(between.linear()).angle() < step.keyframe_angle_rad &&
@@ -78,85 +81,167 @@ void TrackingEngine::record(int frame_index, int keyframe_id, const Eigen::Isome
     trajectory_->record(frame_index, keyframe_id, map_.keyframes[keyframe_id].T_world_camera, T_world_camera);
 }
 
+EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left, int frame_index, double t_s,
+                                    int confidence) {
+  EngineOutput out;
+  ever_tracked_ = true;
+  waiting_for_area_ = false;
+  if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
+  const Eigen::Isometry3d T = odometry_.pose();  // after a loop closure's correction
+  record(frame_index, o.reference_keyframe_id, T);
+  T_world_last_ = T;
+  T_world_measured_ = T;
+  measured_t_s_ = t_s;
+  last_guessed_ = false;
+  motion_ = odometry_.motion();
+  out.state = POSITIONAL_TRACKING_STATE::OK;
+  out.T_world_camera = T;
+  out.confidence = confidence;
+  out.used = o.used;
+  out.rejected = o.rejected;
+  return out;
+}
+
 EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
-                                           int frame_index) {
+                                           int frame_index, double t_s) {
   EngineOutput out;
   out.T_world_camera = T_world_last_;
-  if (parameters_.area_memory && !map_.keyframes.empty()) {
-    // Lost while tracking: look near the last pose first, then anywhere in the map.
-    const Eigen::Vector3d last = T_world_last_.translation();
-    PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
-    if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
-    if (area_.confirmWithStereo(match, left, right)) {
-      const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, match.T_world_camera);
-      if (o.ok) {
-        waiting_for_area_ = false;
-        lost_frames_ = 0;
-        out.state = POSITIONAL_TRACKING_STATE::OK;
-        out.T_world_camera = o.T_world_camera;
-        out.confidence = std::min(100, match.inliers);
-        out.used = o.used;
-        if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
-        record(frame_index, o.reference_keyframe_id, o.T_world_camera);
-        T_world_last_ = o.T_world_camera;
-        return out;
-      }
-    }
+  if (!parameters_.area_memory || map_.keyframes.empty()) return out;
+  // Lost while tracking: look near the last pose first, then anywhere in the map.
+  const Eigen::Vector3d last = T_world_last_.translation();
+  PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
+  if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
+  if (!area_.confirmWithStereo(match, left, right)) return out;
+  // Back in the keyframe's local map.
+  map_.segment = map_.keyframes[match.keyframe_id].segment;
+  const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, t_s, match.T_world_camera);
+  if (!o.ok) return out;
+  return accept(o, left, frame_index, t_s, std::min(100, match.inliers));
+}
+
+EngineOutput TrackingEngine::startNewMap(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
+                                         int frame_index, double t_s, const Eigen::Isometry3d* T_world_guess) {
+  // Where the odometry last looked for the camera when it looked from a measured pose, else where
+  // the motion model puts it from the last measured pose (a guess is never built on a guess), the
+  // start pose before any tracking.
+  const Eigen::Isometry3d T_guess = T_world_guess && !last_guessed_ ? *T_world_guess
+                                    : ever_tracked_
+                                        ? T_world_measured_ * (motion_.steady() ? motion_.predict(t_s - measured_t_s_)
+                                                                                : Eigen::Isometry3d::Identity())
+                                        : T_world_last_;
+  const int previous_segment = map_.segment;
+  if (ever_tracked_) map_.segment = next_segment_++;
+  const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, t_s, T_guess);
+  EngineOutput out;
+  out.T_world_camera = T_world_last_;
+  if (!o.ok) {
+    map_.segment = previous_segment;
+    return out;  // nothing to match in this frame: still searching
   }
-  return out;
+  odometry_.setMotion(motion_);
+  if (ever_tracked_) {
+    unjoined_segment_ = map_.segment;
+    unjoined_frames_ = 0;
+  }
+  // A guessed start: little confidence until the new map is joined to the others.
+  const bool guessed = ever_tracked_;
+  EngineOutput started = accept(o, left, frame_index, t_s, guessed ? 10 : 100);
+  last_guessed_ = guessed;
+  return started;
+}
+
+void TrackingEngine::joinBack(const cv::Mat& left, const cv::Mat& right, const OdometryOutput& o, EngineOutput& out) {
+  if (unjoined_segment_ < 0) return;
+  if (map_.segment != unjoined_segment_ || !parameters_.area_memory) {
+    unjoined_segment_ = -1;  // joined by a loop closure, or back in another map
+    return;
+  }
+  // Every frame at first, then keyframes: the place this local map started from is most likely
+  // seen again soon.
+  if (unjoined_frames_++ >= parameters_.join_attempt_frames && o.new_keyframe_id < 0) return;
+  const Eigen::Vector3d last = T_world_last_.translation();
+  const PlaceMatch match = area_.relocalise(left, &last, unjoined_segment_);
+  if (!area_.confirmWithStereo(match, left, right)) return;
+  const Eigen::Isometry3d correction = match.T_world_camera * odometry_.pose().inverse();
+  area_.joinSegments(unjoined_segment_, match.keyframe_id, o.reference_keyframe_id, correction);
+  odometry_.applyCorrection(correction);
+  trajectory_->refine(map_);
+  T_world_last_ = T_world_measured_ = odometry_.pose();
+  out.T_world_camera = T_world_last_;
+  unjoined_segment_ = -1;
 }
 
 EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                      int frame_index, double t_s) {
   const bool slow = last_t_s_ >= 0 && t_s - last_t_s_ > parameters_.max_frame_gap_s;
   last_t_s_ = t_s;
+  if (waiting_for_area_) return tryRelocalise(left, right, depth, frame_index, t_s);
+
   EngineOutput out;
   out.T_world_camera = T_world_last_;
-
-  if (waiting_for_area_) return tryRelocalise(left, right, depth, frame_index);
-  if (!odometry_.started() && ever_tracked_) {
-    // Lost: look for the place in the map, else start afresh from the last pose after a while.
-    out = tryRelocalise(left, right, depth, frame_index);
-    if (out.state == POSITIONAL_TRACKING_STATE::OK) return out;
-    if (++lost_frames_ < parameters_.lost_frames_before_restart) return out;
+  bool guessed = false;
+  Eigen::Isometry3d T_world_guess;
+  if (odometry_.started()) {
+    const OdometryOutput o = odometry_.track(left, right, depth, frame_index, t_s);
+    if (o.ok) {
+      out = accept(o, left, frame_index, t_s, o.confidence);
+      joinBack(left, right, o, out);
+    } else {
+      out.rejected = o.rejected;
+      guessed = true;
+      T_world_guess = o.T_world_guess;
+    }
   }
-  const OdometryOutput o = odometry_.track(left, right, depth, frame_index);
-  out.used = o.used;
-  out.rejected = o.rejected;
-  if (!o.ok) {
-    if (odometry_.started()) odometry_.restart(T_world_last_);
-    return out;
+  if (out.state != POSITIONAL_TRACKING_STATE::OK) {
+    // Lost: the place in the map, else a new local map where the camera should be, from this very
+    // frame when it can be matched in stereo.
+    EngineOutput found = ever_tracked_ ? tryRelocalise(left, right, depth, frame_index, t_s) : EngineOutput();
+    if (found.state != POSITIONAL_TRACKING_STATE::OK)
+      found = startNewMap(left, right, depth, frame_index, t_s, guessed ? &T_world_guess : nullptr);
+    if (found.state != POSITIONAL_TRACKING_STATE::OK) {
+      found.T_world_camera = T_world_last_;
+      found.rejected = out.rejected;
+      odometry_.restart(T_world_last_);
+    }
+    out = found;
   }
-  ever_tracked_ = true;
-  lost_frames_ = 0;
-  if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
-  const Eigen::Isometry3d T = odometry_.pose();
-  record(frame_index, o.reference_keyframe_id, T);
-  T_world_last_ = T;
-  out.T_world_camera = T;
-  out.confidence = o.confidence;
-  out.state = slow ? POSITIONAL_TRACKING_STATE::FPS_TOO_LOW : POSITIONAL_TRACKING_STATE::OK;
+  if (out.state == POSITIONAL_TRACKING_STATE::OK && slow) out.state = POSITIONAL_TRACKING_STATE::FPS_TOO_LOW;
   return out;
 }
 
 void TrackingEngine::restartAt(const Eigen::Isometry3d& T_world_camera) {
   odometry_.restart(T_world_camera);
-  T_world_last_ = T_world_camera;
-  lost_frames_ = 0;
+  T_world_last_ = T_world_measured_ = T_world_camera;
+  motion_.reset();
+  last_guessed_ = false;
 }
 
 void TrackingEngine::finalise() {
   if (trajectory_->isFinal()) return;
   if (map_.keyframes.size() >= 2) {
+    // Local maps still apart (left behind by a relocalisation): one more try to join each.
+    if (parameters_.area_memory) {
+      std::vector<int> ids;
+      for (const auto& [id, kf] : map_.keyframes)
+        if (kf.segment != map_.keyframes.begin()->second.segment) ids.push_back(id);
+      std::map<int, int> merged;
+      for (int id : ids)
+        if (map_.keyframes.count(id) && map_.keyframes[id].segment != map_.keyframes.begin()->second.segment)
+          (void)area_.closeLoop(id, merged);
+    }
     if (area_.loopCount() > 0) area_.optimise();
-    std::vector<int> ids;
-    for (const auto& [id, kf] : map_.keyframes) ids.push_back(id);
+    // The first keyframe of every local map holds still: maps never joined share nothing that
+    // would fix one against another.
+    std::vector<int> ids, firsts;
+    std::set<int> segments;
+    for (const auto& [id, kf] : map_.keyframes) (segments.insert(kf.segment).second ? firsts : ids).push_back(id);
+    ids.insert(ids.begin(), firsts.begin(), firsts.end());
     BundleAdjustmentParameters p = parameters_.odometry.bundle;
     p.max_iterations = parameters_.final_iterations;
     // One thread: Ceres sums the parts of the normal equations in the order its threads finish
     // them, so more threads would change the poses' last bits from run to run.
     p.threads = 1;
-    bundleAdjust(map_, calibration_, ids, 1, p);
+    bundleAdjust(map_, calibration_, ids, int(firsts.size()), p);
     trajectory_->refine(map_);
   }
   trajectory_->setFinal(true);

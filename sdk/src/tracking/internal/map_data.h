@@ -31,6 +31,9 @@ struct Keyframe {
   Eigen::Isometry3d T_world_camera = Eigen::Isometry3d::Identity();
   std::vector<Observation> observations;
   cv::Mat descriptors;  ///< ORB, one row per observation (CV_8U, 32 bytes); may be empty
+  /// The local map it belongs to: tracking that resumes after a loss starts a new one, joined
+  /// to the others (and renumbered) once a loop or a relocalisation links them.
+  int segment = 0;
 };
 
 /// Keyframes by id (ids increase with time) and landmarks by id.
@@ -39,6 +42,7 @@ struct MapData {
   std::map<int, Landmark> landmarks;
   int next_keyframe_id = 0;
   int next_landmark_id = 0;
+  int segment = 0;  ///< the segment new keyframes belong to
 };
 
 /// Pinhole projection of a camera-frame point; false behind the camera.

@@ -33,7 +33,8 @@ struct PoseEdge {
 /// then follow the keyframe that first observed them.
 void optimisePoseGraph(MapData& map, const std::vector<PoseEdge>& edges, int fixed_id);
 
-/// The odometry edges between consecutive keyframes, from the current poses.
+/// The odometry edges between consecutive keyframes, from the current poses; an edge between two
+/// segments (tracking resumed after a loss) weighs almost nothing.
 std::vector<PoseEdge> odometryEdges(const MapData& map);
 
 }  // namespace pv::internal

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+#include <opencv2/features2d.hpp>
 #include <vector>
 
 namespace pv::internal {
@@ -24,5 +25,14 @@ std::vector<cv::Point2f> detectFeatures(const cv::Mat& gray, const std::vector<c
 std::vector<float> matchStereo(const cv::Mat& left, const cv::Mat& right, const std::vector<cv::Point2f>& points,
                                const std::vector<float>& guess_px, float min_disparity_px, float max_disparity_px,
                                float guess_range_px, const FeatureParameters& parameters);
+
+/// ORB descriptors at given pixels, one row per pixel; a zero row where ORB could not describe the
+/// pixel (too near the border). `octave` k describes the patch on the image shrunk by the ORB's
+/// scale factor to the power k: what the full-scale patch of a surface looks like once it has
+/// come that much closer.
+cv::Mat describeFeatures(cv::ORB& orb, const cv::Mat& gray, const std::vector<cv::Point2f>& pixels, int octave = 0);
+
+/// True for a descriptor row that describes nothing (all zero).
+bool emptyDescriptor(const cv::Mat& row);
 
 }  // namespace pv::internal

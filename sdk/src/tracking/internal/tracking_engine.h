@@ -1,6 +1,12 @@
 // Positional tracking without a camera: visual odometry, area memory (loops, relocalisation),
 // tracking states and the per-frame trajectory. The camera's tracking module and the tools
 // feed it rectified pairs.
+//
+// A frame the odometry cannot follow is looked for in the map (relocalisation); when it is not
+// found there, tracking resumes with that very frame as the start of a new local map, placed
+// where the motion model expects the camera, and loop closure joins that map to the others as
+// soon as one of its keyframes recognises a place. Only a frame with nothing to match in stereo
+// (a blank or covered image) is reported SEARCHING.
 #pragma once
 
 #include <memory>
@@ -18,10 +24,10 @@ namespace pv::internal {
 struct TrackingEngineParameters {
   OdometryParameters odometry;
   AreaMemoryParameters area;
-  bool area_memory = true;              ///< keep keyframes, close loops, relocalise in the whole map
-  double max_frame_gap_s = 0.25;        ///< a longer gap between frames reports FPS_TOO_LOW
-  int lost_frames_before_restart = 15;  ///< without a relocalisation, start afresh after this many lost frames
-  int final_iterations = 15;            ///< global bundle adjustment iterations in finalise()
+  bool area_memory = true;        ///< keep keyframes, close loops, relocalise in the whole map
+  double max_frame_gap_s = 0.25;  ///< a longer gap between frames reports FPS_TOO_LOW
+  int final_iterations = 15;      ///< global bundle adjustment iterations in finalise()
+  int join_attempt_frames = 10;   ///< a new local map looks for the others on this many frames, then on keyframes
   /// Keep each frame's pose for a second pass over the same recording (live input has none).
   bool keep_trajectory = true;
 };
@@ -57,13 +63,23 @@ class TrackingEngine {
   std::shared_ptr<TrajectoryStore> sharedTrajectory() const { return trajectory_; }
   const RectifiedCalibration& calibration() const { return calibration_; }
   int loopCount() const { return area_.loopCount(); }
+  /// Local maps started at a guessed pose after a loss.
+  int restarts() const { return next_segment_ - 1; }
 
  private:
-  EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
+  EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
+                             double t_s);
+  EngineOutput startNewMap(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
+                           double t_s, const Eigen::Isometry3d* T_world_guess);
+  /// Records a frame the odometry placed; loop closure on a new keyframe.
+  EngineOutput accept(const OdometryOutput& o, const cv::Mat& left, int frame_index, double t_s, int confidence);
   void afterKeyframe(int id, const cv::Mat& left);
   /// Removes the keyframes that have left the odometry's window and add no viewpoint to the map.
   void cullRedundantKeyframes();
   void record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_camera);
+  /// A frame of a local map started at a guess: when it is recognised in another map, the new map
+  /// moves there and becomes part of it.
+  void joinBack(const cv::Mat& left, const cv::Mat& right, const OdometryOutput& o, EngineOutput& out);
 
   RectifiedCalibration calibration_;
   TrackingEngineParameters parameters_;
@@ -73,7 +89,13 @@ class TrackingEngine {
   std::shared_ptr<TrajectoryStore> trajectory_ = std::make_shared<TrajectoryStore>();
   Eigen::Isometry3d T_world_last_;
   double last_t_s_ = -1;
-  int lost_frames_ = 0;
+  Eigen::Isometry3d T_world_measured_;  ///< the last pose measured (tracked or relocalised), not guessed
+  double measured_t_s_ = -1;
+  bool last_guessed_ = false;  ///< the last frame started a local map at a guess
+  MotionModel motion_;         ///< as the last frame tracked left it, to place a new local map
+  int next_segment_ = 1;
+  int unjoined_segment_ = -1;  ///< a local map started at a guess, not yet joined to the others
+  int unjoined_frames_ = 0;
   bool waiting_for_area_ = false;  ///< an adopted area: no pose until relocalised in it
   bool ever_tracked_ = false;
   int culling_checked_ = -1;  ///< keyframes up to this id have been judged by the culling
