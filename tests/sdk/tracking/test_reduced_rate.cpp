@@ -1,0 +1,60 @@
+// Tracking of real recordings with frames dropped: the shared EuRoC (hand-held shaking) and KITTI
+// (a car turning) sequences read as `pavo import --every 2` reads them, every frame kept by the
+// tracking engine and the trajectory close to the ground truth.
+#include <gtest/gtest.h>
+
+#include "stereo_sequence.h"
+#include "test_utils.h"
+#include "tracking/internal/tracking_engine.h"
+#include "tracking/internal/trajectory_eval.h"
+
+using namespace pv::internal;
+
+namespace {
+
+struct Tracked {
+  int frames = 0, tracked = 0;
+  TrajectoryErrors errors;
+};
+
+Tracked trackSequence(const std::string& format, const std::string& dir, int every) {
+  Tracked result;
+  mapura::bench::StereoSequence seq;
+  std::string error;
+  EXPECT_TRUE(mapura::bench::loadSequence(format, dir, every, 0, seq, error)) << error;
+  TrackingEngine engine(seq.calibration, TrackingEngineParameters());
+  Trajectory live;
+  for (size_t i = 0; i < seq.size(); ++i) {
+    cv::Mat left, right;
+    if (!seq.read(i, left, right)) break;
+    ++result.frames;
+    const EngineOutput out = engine.process(left, right, cv::Mat(), int(i), seq.t_s[i]);
+    if (out.state == pv::POSITIONAL_TRACKING_STATE::OK || out.state == pv::POSITIONAL_TRACKING_STATE::FPS_TOO_LOW) {
+      ++result.tracked;
+      live.push_back({seq.t_s[i], out.T_world_camera});
+    }
+  }
+  EXPECT_TRUE(evaluateTrajectory(live, seq.ground_truth, result.errors, error)) << error;
+  return result;
+}
+
+}  // namespace
+
+TEST(ReducedRate, EveryFrameOfAShakingHandAndATurningCarAtHalfRate) {
+  struct Case {
+    const char *format, *dir;
+    int frames;
+    double max_ate_pct;
+  };
+  const Case cases[] = {{"euroc", "euroc_mh01_shake_10hz", 50, 1.0},
+                        {"kitti", "kitti_odometry_stereo_excerpt/KITTI_sequence_1", 26, 2.0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.dir);
+    MAPURA_REQUIRE_SHARED(dir, c.dir);
+    const Tracked t = trackSequence(c.format, dir, 2);
+    EXPECT_EQ(t.frames, c.frames);
+    EXPECT_EQ(t.tracked, t.frames);
+    EXPECT_EQ(t.errors.matched, size_t(t.frames));
+    EXPECT_LT(t.errors.ate_pct, c.max_ate_pct);
+  }
+}
