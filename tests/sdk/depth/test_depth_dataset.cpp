@@ -7,6 +7,8 @@
 #include <limits>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
 
 #include "depth/internal/stereo_dataset.h"
 #include "depth/internal/stereo_engine.h"
@@ -80,23 +82,62 @@ TEST(DepthDataset, LoadsAFolderAndScoresAgainstItsGroundTruth) {
   cv::absdiff(s.eval_mask, pair.visible, disagree);
   EXPECT_LE(cv::countNonZero(disagree), 20);
 
-  // Scoring: invalid counts as bad, the error only over valid estimates.
+  // Scoring: invalid counts as bad in the dense rates, the error and the returned rate only over
+  // valid estimates.
   cv::Mat estimate = pair.disparity_px.clone();
   estimate(cv::Rect(0, 50, 120, 10)).setTo(std::numeric_limits<float>::quiet_NaN());
   estimate(cv::Rect(100, 0, 20, 10)) += 1.5f;
+  estimate(cv::Rect(0, 0, 10, 10)) += 0.75f;
+  estimate(cv::Rect(0, 20, 10, 10)) += 2.5f;
   const cv::Mat all(pair.left.size(), CV_8U, cv::Scalar(255));
   const DisparityErrors e = compareDisparity(estimate, pair.disparity_px, all);
   EXPECT_EQ(e.pixels, 120 * 60);
+  EXPECT_EQ(e.returned, 120 * 50);
   EXPECT_NEAR(e.valid_pct, 100.0 * 50 / 60, 1e-6);
-  EXPECT_NEAR(e.bad2_pct, 100.0 * 10 / 60, 1e-6);
-  EXPECT_NEAR(e.bad1_pct, 100.0 * (10 * 120 + 200) / 7200, 1e-6);
-  EXPECT_NEAR(e.mae_px, 1.5 * 200 / (50 * 120), 1e-6);
+  EXPECT_NEAR(e.bad2_pct, 100.0 * (10 * 120 + 100) / 7200, 1e-6);
+  EXPECT_NEAR(e.bad1_pct, 100.0 * (10 * 120 + 300) / 7200, 1e-6);
+  EXPECT_NEAR(e.bad05_pct, 100.0 * (10 * 120 + 400) / 7200, 1e-6);
+  EXPECT_NEAR(e.bad2_returned_pct, 100.0 * 100 / 6000, 1e-6);
+  EXPECT_NEAR(e.mae_px, (1.5 * 200 + 0.75 * 100 + 2.5 * 100) / (50 * 120), 1e-6);
 
   // Missing pieces are named.
   std::remove((dir + "/disp0.pfm").c_str());
   EXPECT_FALSE(loadStereoSample(dir, s, error));
   EXPECT_NE(error.find("ground truth"), std::string::npos);
   EXPECT_FALSE(loadStereoSample(dir + "/nothing", s, error));
+}
+
+TEST(DepthDataset, MostConfidentPixelsAndTheSparsificationCurve) {
+  // 100 returned pixels of ten confidence levels, the bad ones (off by 3) among the doubtful;
+  // one pixel returned without a confidence, one not returned, one outside the mask.
+  cv::Mat gt(1, 103, CV_32F, cv::Scalar(5.f)), estimate = gt.clone(), confidence(1, 103, CV_32F);
+  for (int i = 0; i < 100; ++i) {
+    confidence.at<float>(i) = float(1 + 10 * (i / 10));   // 1, 11, .., 91: ten pixels each
+    if (i % 10 < (i / 10)) estimate.at<float>(i) += 3.f;  // level k holds k bad pixels
+  }
+  confidence.at<float>(100) = std::numeric_limits<float>::quiet_NaN();
+  estimate.at<float>(100) += 3.f;
+  estimate.at<float>(101) = std::numeric_limits<float>::quiet_NaN();
+  cv::Mat mask(1, 103, CV_8U, cv::Scalar(255));
+  mask.at<uint8_t>(102) = 0;
+  estimate.at<float>(102) += 9.f;
+  // The first 20: levels 0 and 1 (one bad). 25 cuts level 2 (two bad in ten) in half: one more.
+  EXPECT_NEAR(bad2AmongMostConfident(estimate, confidence, gt, mask, 20), 100.0 * 1 / 20, 1e-9);
+  EXPECT_NEAR(bad2AmongMostConfident(estimate, confidence, gt, mask, 25), 100.0 * 2 / 25, 1e-9);
+  // Asking for more than was returned gives all returned pixels; the one without a confidence last.
+  EXPECT_NEAR(bad2AmongMostConfident(estimate, confidence, gt, mask, 500), 100.0 * 46 / 101, 1e-9);
+  EXPECT_NEAR(bad2AmongMostConfident(estimate, confidence, gt, mask, 100), 100.0 * 45 / 100, 1e-9);
+  EXPECT_EQ(bad2AmongMostConfident(estimate, confidence, gt, mask, 0), 0.0);
+
+  // The curve: densities of the 102 pixels evaluated, capped at the 101 returned.
+  const auto curve = sparsificationCurve(estimate, confidence, gt, mask, {10.0, 50.0, 100.0});
+  ASSERT_EQ(curve.size(), 3u);
+  EXPECT_NEAR(curve[0].density_pct, 100.0 * 10 / 102, 1e-9);
+  EXPECT_EQ(curve[0].bad2_pct, 0.0);
+  EXPECT_NEAR(curve[1].density_pct, 100.0 * 51 / 102, 1e-9);
+  EXPECT_NEAR(curve[1].bad2_pct, 100.0 * (10 + 0.1 * 5) / 51, 1e-9);  // levels 0..4, a tenth of level 5
+  EXPECT_NEAR(curve[2].density_pct, 100.0 * 101 / 102, 1e-9);
+  EXPECT_NEAR(curve[2].bad2_pct, 100.0 * 46 / 101, 1e-9);
 }
 
 // The modes against OpenCV's SGBM on the real pairs: QUALITY has at most 0.8 and ULTRA 0.7 of its
