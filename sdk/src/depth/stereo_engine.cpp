@@ -293,10 +293,11 @@ bool computeStereo(const cv::Mat& left_in, const cv::Mat& right_in, const Stereo
   return true;
 }
 
-cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px) {
+cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px,
+                              int uniqueness_pct) {
   const int block = 3;
   auto sgbm = cv::StereoSGBM::create(0, roundDisparityRange(max_disparity_px), block, 8 * block * block,
-                                     32 * block * block, 1, 63, 10, 100, 32, cv::StereoSGBM::MODE_SGBM);
+                                     32 * block * block, 1, 63, uniqueness_pct, 100, 32, cv::StereoSGBM::MODE_SGBM);
   cv::Mat fixed16, out;
   sgbm->compute(left_gray, right_gray, fixed16);
   fixed16.convertTo(out, CV_32F, 1.0 / 16.0);

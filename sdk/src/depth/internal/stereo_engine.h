@@ -59,7 +59,9 @@ bool computeStereo(const cv::Mat& left, const cv::Mat& right, const StereoParame
 /// OpenCV's StereoSGBM with its customary settings (window 3, P1 = 8*9, P2 = 32*9, uniqueness
 /// 10, speckle window 100 / range 32, one-pixel left-right check), as the accuracy baseline.
 /// CV_32F disparity, NaN where invalid. Throws cv::Exception on bad input (tools only).
-cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px);
+/// `uniqueness_pct` replaces the uniqueness margin (its own way of trading density for accuracy).
+cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px,
+                              int uniqueness_pct = 10);
 
 /// Rounds a search range up to the matcher's multiple of 16 (at least 16).
 int roundDisparityRange(int max_disparity_px);
