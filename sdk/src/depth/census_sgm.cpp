@@ -88,6 +88,7 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
   SgmResult result;
   result.left_px.create(left.size(), CV_32F);
   if (p.with_right) result.right_px.create(left.size(), CV_32F);
+  if (p.with_margin) result.margin.create(left.size(), CV_8U);
 
   const int stripes = std::max(1, std::min(cv::getNumThreads(), h / 32));
   static const StripeMatcher best = pickStripeMatcher(-1);

@@ -17,7 +17,6 @@ constexpr float kLrDiffForFullDoubt = 2.f;
 constexpr float kContrastScale = 6.f;
 // Pixels of full doubt weigh as little as ones whose views disagree by this many pixels.
 constexpr float kDoubtToDisagreement = 4.f;
-
 void orInto(const uchar* __restrict from, uchar* __restrict to, int n) {
   for (int x = 0; x < n; ++x) to[x] |= from[x];
 }

@@ -62,7 +62,7 @@ void offsetCostsRow(const uint32_t* left, const uint32_t* right, const float* pr
 /// (`lowest`, `best`, `a`, `b`: a row each), so that every loop over x is a plain vector loop.
 template <int K>
 PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int width, uint16_t* lowest, uint16_t* best,
-                          uint16_t* a, uint16_t* b, float* out) {
+                          uint16_t* a, uint16_t* b, float* out, uint16_t* cost_out, uint8_t* edge_out) {
   for (int x = 0; x < width; ++x) lowest[x] = cost[0][x], best[x] = 0;
   for (int k = 1; k < K; ++k) {
     const uint16_t* c = cost[k];
@@ -91,15 +91,20 @@ PV_INLINE void selectRowK(const uint16_t* const* cost, const float* prior, int w
     const float d = static_cast<float>(static_cast<int>(prior[x] + 0.5f) - K / 2 + best[x]) + offset;
     out[x] = prior[x] == prior[x] ? (d > 0.f ? d : 0.f) : std::numeric_limits<float>::quiet_NaN();
   }
+  if (cost_out)
+    for (int x = 0; x < width; ++x) cost_out[x] = lowest[x];
+  if (edge_out)
+    for (int x = 0; x < width; ++x) edge_out[x] = uint8_t((best[x] == 0) | (best[x] == K - 1));
 }
 
 PV_VECTOR_CLONES
-void selectRow(const uint16_t* const* cost, const float* prior, int width, int radius, uint16_t* scratch, float* out) {
+void selectRow(const uint16_t* const* cost, const float* prior, int width, int radius, uint16_t* scratch, float* out,
+               uint16_t* cost_out, uint8_t* edge_out) {
   uint16_t *lowest = scratch, *best = scratch + width, *a = scratch + 2 * width, *b = scratch + 3 * width;
   switch (radius) {
-    case 1: selectRowK<3>(cost, prior, width, lowest, best, a, b, out); break;
-    case 2: selectRowK<5>(cost, prior, width, lowest, best, a, b, out); break;
-    default: selectRowK<7>(cost, prior, width, lowest, best, a, b, out); break;
+    case 1: selectRowK<3>(cost, prior, width, lowest, best, a, b, out, cost_out, edge_out); break;
+    case 2: selectRowK<5>(cost, prior, width, lowest, best, a, b, out, cost_out, edge_out); break;
+    default: selectRowK<7>(cost, prior, width, lowest, best, a, b, out, cost_out, edge_out); break;
   }
 }
 
@@ -154,7 +159,7 @@ void sumAcross(const uint16_t* __restrict in, int w, int half, uint16_t* __restr
 }  // namespace
 
 cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
-                        int window, bool vectorised) {
+                        int window, bool vectorised, RefinementCues* cues) {
   CV_Assert(census_left.type() == CV_32S && census_right.type() == CV_32S && prior_px.type() == CV_32F);
   CV_Assert(census_left.size() == census_right.size() && census_left.size() == prior_px.size());
   CV_Assert(radius >= 1 && radius <= 3 && window % 2 == 1 && window <= 45);
@@ -162,6 +167,10 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
   CV_Assert(w > half && h > half);
   const bool vector_kernel = vectorised && offsetCostsVectorised();
   cv::Mat out(prior_px.size(), CV_32F);
+  if (cues) {
+    cues->cost.create(prior_px.size(), CV_16U);
+    cues->at_limit.create(prior_px.size(), CV_8U);
+  }
   // Each band of rows runs the whole pipeline on its own core, costs to selection, without ever
   // storing a full image of costs or sums: the costs of the last `window` rows are kept with
   // their running sums down the columns, which are summed across for the row in their middle
@@ -195,7 +204,8 @@ cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right,
       for (int y = y0; y < y1; ++y) {
         enter_row(y + half);
         for (int k = 0; k < K; ++k) sumAcross(rows.downRow(k), w, half, rows.boxRow(k));
-        selectRow(box_rows.data(), prior_px.ptr<float>(y), w, radius, rows.scratch.data(), out.ptr<float>(y));
+        selectRow(box_rows.data(), prior_px.ptr<float>(y), w, radius, rows.scratch.data(), out.ptr<float>(y),
+                  cues ? cues->cost.ptr<uint16_t>(y) : nullptr, cues ? cues->at_limit.ptr<uint8_t>(y) : nullptr);
       }
     }
   });

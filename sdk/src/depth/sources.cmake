@@ -8,6 +8,7 @@ target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
   ${CMAKE_CURRENT_LIST_DIR}/hole_fill.cpp
   ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/match_doubt.cpp
   ${CMAKE_CURRENT_LIST_DIR}/census.cpp
   ${CMAKE_CURRENT_LIST_DIR}/census_sgm.cpp
   ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp
@@ -44,7 +45,8 @@ endif()
 
 # The confidence is the same on every CPU: its vector clones make no fused multiply-adds.
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
-  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp APPEND PROPERTY COMPILE_OPTIONS "-ffp-contract=off")
+  set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp ${CMAKE_CURRENT_LIST_DIR}/match_doubt.cpp APPEND
+               PROPERTY COMPILE_OPTIONS "-ffp-contract=off")
 endif()
 
 # The row loops of these files select with comparisons (NaN marks invalid pixels); without trapping
@@ -55,6 +57,6 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
                       ${CMAKE_CURRENT_LIST_DIR}/disparity_refinement.cpp ${CMAKE_CURRENT_LIST_DIR}/census.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/edge_aware_filter.cpp ${CMAKE_CURRENT_LIST_DIR}/global_smoother.cpp
                       ${CMAKE_CURRENT_LIST_DIR}/stereo_engine.cpp ${CMAKE_CURRENT_LIST_DIR}/confidence.cpp
-                      ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp
+                      ${CMAKE_CURRENT_LIST_DIR}/left_right_check.cpp ${CMAKE_CURRENT_LIST_DIR}/match_doubt.cpp
                APPEND PROPERTY COMPILE_OPTIONS "-fno-trapping-math")
 endif()

@@ -1,5 +1,6 @@
 #include "depth/internal/stereo_dataset.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -165,11 +166,18 @@ bool loadStereoSample(const std::string& dir, StereoSample& sample, std::string&
   return true;
 }
 
+int searchRangeFor(const StereoSample& s) {
+  if (s.max_disparity_px > 0 && s.max_disparity_px < s.left_bgr.cols / 2) return s.max_disparity_px;
+  double max_gt = 0;
+  cv::minMaxLoc(s.gt_disparity_px, nullptr, &max_gt, nullptr, nullptr, s.gt_disparity_px == s.gt_disparity_px);
+  return std::max(16, static_cast<int>(std::ceil(1.5 * max_gt)));
+}
+
 DisparityErrors compareDisparity(const cv::Mat& estimate, const cv::Mat& gt, const cv::Mat& mask) {
   CV_Assert(estimate.type() == CV_32F && gt.type() == CV_32F && mask.type() == CV_8U);
   CV_Assert(estimate.size() == gt.size() && mask.size() == gt.size());
   DisparityErrors e;
-  long bad1 = 0, bad2 = 0, valid = 0, n = 0;
+  long bad05 = 0, bad1 = 0, bad2 = 0, valid = 0, n = 0;
   double abs_sum = 0;
   for (int y = 0; y < gt.rows; ++y) {
     const float* est = estimate.ptr<float>(y);
@@ -178,24 +186,94 @@ DisparityErrors compareDisparity(const cv::Mat& estimate, const cv::Mat& gt, con
     for (int x = 0; x < gt.cols; ++x) {
       if (!m[x] || !std::isfinite(ref[x])) continue;
       ++n;
-      if (!std::isfinite(est[x])) {
-        ++bad1, ++bad2;
-        continue;
-      }
+      if (!std::isfinite(est[x])) continue;
       const double err = std::abs(static_cast<double>(est[x]) - ref[x]);
       ++valid;
       abs_sum += err;
+      bad05 += err > 0.5;
       bad1 += err > 1.0;
       bad2 += err > 2.0;
     }
   }
   e.pixels = static_cast<int>(n);
+  e.returned = static_cast<int>(valid);
   if (n == 0) return e;
-  e.bad1_pct = 100.0 * bad1 / n;
-  e.bad2_pct = 100.0 * bad2 / n;
+  const long holes = n - valid;
+  e.bad05_pct = 100.0 * (bad05 + holes) / n;
+  e.bad1_pct = 100.0 * (bad1 + holes) / n;
+  e.bad2_pct = 100.0 * (bad2 + holes) / n;
   e.valid_pct = 100.0 * valid / n;
+  e.bad2_returned_pct = valid ? 100.0 * bad2 / valid : 0;
   e.mae_px = valid ? abs_sum / valid : 0;
   return e;
+}
+
+namespace {
+
+/// The returned pixels of the mask in order of confidence, most confident first, with the running
+/// count of bad ones and where each run of equal confidence begins.
+class ConfidenceRanking {
+ public:
+  ConfidenceRanking(const cv::Mat& estimate, const cv::Mat& confidence, const cv::Mat& gt, const cv::Mat& mask) {
+    CV_Assert(estimate.type() == CV_32F && confidence.type() == CV_32F && gt.type() == CV_32F && mask.type() == CV_8U);
+    CV_Assert(estimate.size() == gt.size() && confidence.size() == gt.size() && mask.size() == gt.size());
+    std::vector<std::pair<float, bool>> pixels;
+    for (int y = 0; y < gt.rows; ++y) {
+      const float *est = estimate.ptr<float>(y), *conf = confidence.ptr<float>(y), *ref = gt.ptr<float>(y);
+      const uint8_t* m = mask.ptr<uint8_t>(y);
+      for (int x = 0; x < gt.cols; ++x) {
+        if (!m[x] || !std::isfinite(ref[x]) || !std::isfinite(est[x])) continue;
+        // A returned pixel without a confidence is the least sure of all.
+        const float c = std::isfinite(conf[x]) ? conf[x] : std::numeric_limits<float>::infinity();
+        pixels.emplace_back(c, std::abs(static_cast<double>(est[x]) - ref[x]) > 2.0);
+      }
+    }
+    std::sort(pixels.begin(), pixels.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    confidence_.resize(pixels.size());
+    bad_before_.assign(pixels.size() + 1, 0);
+    for (size_t i = 0; i < pixels.size(); ++i) {
+      confidence_[i] = pixels[i].first;
+      bad_before_[i + 1] = bad_before_[i] + (pixels[i].second ? 1 : 0);
+    }
+  }
+  size_t size() const { return confidence_.size(); }
+
+  /// Bad-2px (percent) among the `count` first pixels; a tie across the cut counts with its share.
+  double bad2Pct(size_t count) const {
+    count = std::min(count, size());
+    if (count == 0) return 0;
+    const float cut = confidence_[count - 1];
+    const size_t tie_begin =
+        size_t(std::lower_bound(confidence_.begin(), confidence_.end(), cut) - confidence_.begin());
+    const size_t tie_end = size_t(std::upper_bound(confidence_.begin(), confidence_.end(), cut) - confidence_.begin());
+    const double tie_bad_share = double(bad_before_[tie_end] - bad_before_[tie_begin]) / double(tie_end - tie_begin);
+    const double bad = double(bad_before_[tie_begin]) + tie_bad_share * double(count - tie_begin);
+    return 100.0 * bad / double(count);
+  }
+
+ private:
+  std::vector<float> confidence_;
+  std::vector<long> bad_before_;
+};
+
+}  // namespace
+
+double bad2AmongMostConfident(const cv::Mat& estimate, const cv::Mat& confidence, const cv::Mat& gt,
+                              const cv::Mat& mask, int count) {
+  return ConfidenceRanking(estimate, confidence, gt, mask).bad2Pct(size_t(std::max(count, 0)));
+}
+
+std::vector<SparsificationPoint> sparsificationCurve(const cv::Mat& estimate, const cv::Mat& confidence,
+                                                     const cv::Mat& gt, const cv::Mat& mask,
+                                                     const std::vector<double>& densities_pct) {
+  const ConfidenceRanking ranking(estimate, confidence, gt, mask);
+  const double evaluated = cv::countNonZero(mask & (gt == gt));
+  std::vector<SparsificationPoint> curve;
+  for (const double density : densities_pct) {
+    const size_t count = std::min(ranking.size(), size_t(std::max(0.0, std::round(density / 100.0 * evaluated))));
+    curve.push_back({evaluated > 0 ? 100.0 * double(count) / evaluated : 0.0, ranking.bad2Pct(count)});
+  }
+  return curve;
 }
 
 }  // namespace pv::internal

@@ -17,17 +17,19 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
   r.edge_aware = true;
   r.edge_sigma = 1.5;
   switch (mode) {
-    case DEPTH_MODE::PERFORMANCE:  // half size, coarse to fine past 64 disparities
+    case DEPTH_MODE::PERFORMANCE:  // half size, coarse to fine past 64 disparities of an HD720 frame
       r.scale = 0.5;
       r.speckle_px = 50;
-      r.max_search_px = 64;
+      r.max_search_cost = 640.0 * 360.0 * 64.0;
       r.edge_lambda = 300;
       return true;
-    case DEPTH_MODE::QUALITY:  // half size over the whole range, full size near depth edges
+    case DEPTH_MODE::QUALITY:  // half size over the whole range, refined at full size
       r.scale = 0.5;
       r.speckle_px = 100;
-      r.full_refine_radius_px = 1;
+      r.full_refine_radius_px = 2;
+      r.full_refine_window_px = 11;
       r.edge_lambda = 300;
+      r.full_edge_lambda = 100;
       return true;
     case DEPTH_MODE::ULTRA:  // full size
       r.scale = 1.0;
@@ -42,6 +44,9 @@ bool recipeFor(DEPTH_MODE mode, ModeRecipe& r) {
 int roundDisparityRange(int max_disparity_px) { return std::max(16, (max_disparity_px + 15) / 16 * 16); }
 
 namespace {
+
+// How strongly an ambiguous match (matchDoubt of its margin) loses weight in the edge-aware filter.
+constexpr float kAmbiguityWeight = 1.5f;
 
 bool toGray(const cv::Mat& in, cv::Mat& gray) {
   if (in.type() == CV_8UC1) {
@@ -60,6 +65,7 @@ struct LevelResult {
   cv::Mat disparity_px;  // at the level's size, in its pixels
   cv::Mat lr_diff_px;    // left-right disagreement
   cv::Mat unseen;        // 255 where the right camera does not see
+  cv::Mat margin;        // the matcher's winning margins (SgmResult::margin)
 };
 
 cv::Mat halfSize(const cv::Mat& m) {
@@ -68,55 +74,17 @@ cv::Mat halfSize(const cv::Mat& m) {
   return out;
 }
 
-cv::Mat nearestTo(const cv::Mat& m, cv::Size size) {
-  cv::Mat out;
-  cv::resize(m, out, size, 0, 0, cv::INTER_NEAREST);
-  return out;
-}
-
-/// `m` (CV_32F) where `mask` is set, NaN elsewhere.
-cv::Mat keepWhere(const cv::Mat& m, const cv::Mat& mask) {
-  cv::Mat out(m.size(), CV_32F);
-  forEachRow(m.rows, [&](int y) {
-    const float* in = m.ptr<float>(y);
-    const uchar* keep = mask.ptr<uchar>(y);
-    float* o = out.ptr<float>(y);
-    for (int x = 0; x < m.cols; ++x) o[x] = keep[x] ? in[x] : std::numeric_limits<float>::quiet_NaN();
-  });
-  return out;
-}
-
-/// `doubt` = the larger of the two confidences (a NaN in `doubt` counts as 100, one in `recomputed`
-/// as nothing).
-void keepMoreDoubtful(const cv::Mat& recomputed, cv::Mat& doubt) {
-  forEachRow(doubt.rows, [&](int y) {
-    const float* r = recomputed.ptr<float>(y);
-    float* d = doubt.ptr<float>(y);
-    for (int x = 0; x < doubt.cols; ++x) {
-      const float before = d[x] == d[x] ? std::min(d[x], 100.f) : 100.f;
-      d[x] = r[x] == r[x] ? std::max(r[x], before) : before;
-    }
-  });
-}
-
-/// Copies the numbers of `from` (CV_32F) into `to`, leaving `to` where `from` is NaN.
-void takeValid(const cv::Mat& from, cv::Mat& to) {
-  forEachRow(to.rows, [&](int y) {
-    const float* f = from.ptr<float>(y);
-    float* t = to.ptr<float>(y);
-    for (int x = 0; x < to.cols; ++x) t[x] = f[x] == f[x] ? f[x] : t[x];
-  });
-}
-
 /// Full-range semi-global matching of the pair, with the left-right check.
 LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
   SgmParameters match;
   match.num_disparities = roundDisparityRange(range_px);
   match.uniqueness_pct = recipe.uniqueness_pct;
   match.with_right = true;
+  match.with_margin = true;
   SgmResult matched = censusSgm(l, r, match);
   LevelResult out;
   out.disparity_px = matched.left_px;
+  out.margin = matched.margin;
   out.lr_diff_px = leftRightCheck(out.disparity_px, matched.right_px, recipe.lr_max_diff_px);
   // The strip at the left border that the right camera does not see has no true match; what the
   // smoothness carried into it is a guess, and the filter must not fill it either.
@@ -125,10 +93,10 @@ LevelResult matchLevel(const cv::Mat& l, const cv::Mat& r, int range_px, const M
   return out;
 }
 
-/// Disparity and doubt of one level, cleaned and filtered.
+/// Disparity and doubt (matchDoubt) of one level, cleaned and filtered.
 struct Filtered {
   cv::Mat disparity_px;
-  cv::Mat confidence;
+  cv::Mat doubt;
   cv::Mat unseen;  // 255 where the right camera does not see
 };
 
@@ -137,18 +105,24 @@ Filtered matchAndFilter(const cv::Mat& l, const cv::Mat& r, int range_px, const 
   LevelResult level = matchLevel(l, r, range_px, recipe);
   Filtered out;
   out.unseen = level.unseen;
-  out.disparity_px = level.disparity_px;
-  if (recipe.speckle_px > 0) removeSpeckles(out.disparity_px, recipe.speckle_px, 1.0f);
-  out.confidence = disparityConfidence(out.disparity_px, level.lr_diff_px);
+  const cv::Mat matched = level.disparity_px;
+  if (recipe.speckle_px > 0) removeSpeckles(level.disparity_px, recipe.speckle_px, 1.0f);
+  out.disparity_px = matched;
   if (recipe.edge_aware) {
-    // Guided by the image at this level; the filter also fills the holes the checks left. Pixels
-    // it invents take the doubt of their neighbourhood.
-    out.disparity_px = filterEdgeAware(out.disparity_px, measurementWeight(out.confidence, level.lr_diff_px), l,
-                                       recipe.edge_lambda, recipe.edge_sigma);
-    const cv::Mat recomputed = disparityConfidence(out.disparity_px, cv::Mat());
-    keepMoreDoubtful(recomputed, out.confidence);
+    // Guided by the image at this level; the filter also fills the holes the checks left.
+    // A match weighs less the rougher its neighbourhood, the more the views disagree and the
+    // closer its runner-up came.
+    const cv::Mat roughness = disparityConfidence(matched, level.lr_diff_px);
+    DoubtCues ambiguity;
+    ambiguity.margin = level.margin;
+    const cv::Mat weight = measurementWeight(roughness, level.lr_diff_px)
+                               .mul(weightOfDoubt(matchDoubt(matched, matched, ambiguity), kAmbiguityWeight));
+    out.disparity_px = filterEdgeAware(matched, weight, l, recipe.edge_lambda, recipe.edge_sigma);
+    out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
   }
-  out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
+  DoubtCues cues;
+  cues.margin = level.margin;
+  out.doubt = matchDoubt(out.disparity_px, matched, cues);
   return out;
 }
 
@@ -174,11 +148,11 @@ PV_INLINE void expandRow(const T* __restrict in, const int* __restrict index, bo
 }
 
 /// The coarse level at `size` by nearest neighbour in one pass: its disparities doubled into the
-/// refinement's prior, its confidence, its unseen strip, and the weight the filter gives each
-/// measurement (a pixel's weight follows its confidence alone, so it is computed before the
-/// expansion, on a quarter of the pixels).
+/// refinement's prior, its doubt, its unseen strip, and the weight the filter gives each
+/// measurement (a pixel's weight follows its doubt alone, so it is computed before the expansion,
+/// on a quarter of the pixels).
 struct Expanded {
-  cv::Mat prior_px, confidence, unseen, weight;
+  cv::Mat prior_px, doubt, unseen, weight;
 };
 
 PV_VECTOR_CLONES
@@ -186,20 +160,20 @@ void expandRows(const Filtered& coarse, const cv::Mat& coarse_weight, const std:
                 int sy, Expanded& out) {
   const int n = out.prior_px.cols;
   expandRow(coarse.disparity_px.ptr<float>(sy), xs.data(), doubling, n, 2.f, out.prior_px.ptr<float>(y));
-  expandRow(coarse.confidence.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.confidence.ptr<float>(y));
+  expandRow(coarse.doubt.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.doubt.ptr<float>(y));
   expandRow(coarse_weight.ptr<float>(sy), xs.data(), doubling, n, 1.f, out.weight.ptr<float>(y));
   expandRow(coarse.unseen.ptr<uchar>(sy), xs.data(), doubling, n, uchar(1), out.unseen.ptr<uchar>(y));
 }
 
 Expanded expandCoarse(const Filtered& coarse, cv::Size size) {
-  const cv::Mat coarse_weight = measurementWeight(coarse.confidence, cv::Mat());
+  const cv::Mat coarse_weight = weightOfDoubt(coarse.doubt);
   const std::vector<int> xs = nearestIndices(coarse.disparity_px.cols, size.width);
   const std::vector<int> ys = nearestIndices(coarse.disparity_px.rows, size.height);
   bool doubling = true;
   for (size_t x = 0; x < xs.size(); ++x) doubling = doubling && xs[x] == static_cast<int>(x / 2);
   Expanded out;
   out.prior_px.create(size, CV_32F);
-  out.confidence.create(size, CV_32F);
+  out.doubt.create(size, CV_32F);
   out.weight.create(size, CV_32F);
   out.unseen.create(size, CV_8U);
   forEachRow(size.height, [&](int y) { expandRows(coarse, coarse_weight, xs, doubling, y, ys[size_t(y)], out); });
@@ -211,20 +185,49 @@ Expanded expandCoarse(const Filtered& coarse, cv::Size size) {
 /// around that result and filtered again (a long range costs the matcher in proportion, the
 /// refinement a few disparities per pixel).
 Filtered matchPyramid(const cv::Mat& l, const cv::Mat& r, int range_px, const ModeRecipe& recipe) {
-  if (recipe.max_search_px <= 0 || range_px <= recipe.max_search_px || l.cols < 64 || l.rows < 32)
+  const double search_cost = double(l.cols) * double(l.rows) * double(roundDisparityRange(range_px));
+  if (recipe.max_search_cost <= 0 || search_cost <= recipe.max_search_cost || l.cols < 64 || l.rows < 32)
     return matchAndFilter(l, r, range_px, recipe);
   const Filtered coarse = matchPyramid(halfSize(l), halfSize(r), (range_px + 1) / 2, recipe);
   const Expanded expanded = expandCoarse(coarse, l.size());
   Filtered out;
   out.unseen = expanded.unseen;
-  out.confidence = expanded.confidence;
-  out.disparity_px = refineDisparity(censusTransform(l), censusTransform(r), expanded.prior_px, recipe.refine_radius_px,
-                                     recipe.refine_window_px);
+  DoubtCues cues;
+  cues.base_doubt = expanded.doubt;
+  cues.refinement_window = recipe.refine_window_px;
+  const cv::Mat refined = refineDisparity(censusTransform(l), censusTransform(r), expanded.prior_px,
+                                          recipe.refine_radius_px, recipe.refine_window_px, true, &cues.refinement);
+  out.disparity_px = refined;
   if (recipe.edge_aware) {
     // Filtered once more at this size: the refinement's edges and noise follow this image's.
-    out.disparity_px = filterEdgeAware(out.disparity_px, expanded.weight, l, recipe.edge_lambda, recipe.edge_sigma);
+    out.disparity_px = filterEdgeAware(refined, expanded.weight, l, recipe.edge_lambda, recipe.edge_sigma);
     out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), out.unseen);
   }
+  // The coarse level's doubt, what the refinement found and what this level's filter corrected.
+  out.doubt = matchDoubt(out.disparity_px, refined, cues);
+  return out;
+}
+
+/// The reduced-size level brought to the full size and refined there at every pixel: the search
+/// a few disparities around it, the edge-aware filter guided by the full-size image, and the
+/// doubt of what the refinement and the filter found added to the level's.
+Filtered refineAtFullSize(const Filtered& level, const cv::Mat& left, const cv::Mat& right, const ModeRecipe& recipe) {
+  Filtered out;
+  cv::Mat prior, level_doubt;
+  upsampleWithConfidence(level.disparity_px, level.doubt, left.size(), prior, level_doubt);
+  DoubtCues cues;
+  cues.base_doubt = level_doubt;
+  cues.refinement_window = recipe.full_refine_window_px;
+  const cv::Mat refined =
+      refineDisparity(censusTransform(left), censusTransform(right), prior, recipe.full_refine_radius_px,
+                      recipe.full_refine_window_px, true, &cues.refinement);
+  out.disparity_px = refined;
+  if (recipe.edge_aware) {
+    out.disparity_px =
+        filterEdgeAware(refined, weightOfDoubt(level_doubt), left, recipe.full_edge_lambda, recipe.edge_sigma);
+    out.disparity_px.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(refined));
+  }
+  out.doubt = matchDoubt(out.disparity_px, refined, cues);
   return out;
 }
 
@@ -237,41 +240,18 @@ void runStages(const cv::Mat& left, const cv::Mat& right, const StereoParameters
   }
   const double scale = static_cast<double>(l.cols) / left.cols;
   Filtered level = matchPyramid(l, r, static_cast<int>(std::ceil(params.max_disparity_px * scale)), recipe);
-  cv::Mat disparity = level.disparity_px, confidence = level.confidence;
   if (params.with_texture_confidence) out.texture_confidence = textureConfidence(left);
-  if (l.size() != left.size()) {
-    // Near depth edges (the disparity changing by more than a pixel within two pixels) the
-    // full-resolution image has the last word: edges fall where the image has them. Elsewhere the
-    // filtered half-resolution values are the steadier ones.
-    cv::Mat near_edge;
-    if (recipe.full_refine_radius_px > 0) {
-      cv::Mat filled = disparity.clone(), spread;
-      filled.setTo(0.f, invalidMask(filled));
-      cv::morphologyEx(filled, spread, cv::MORPH_GRADIENT, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
-      near_edge = nearestTo(spread > static_cast<float>(0.5 * scale), left.size());
-    }
-    if (params.half_size_output && near_edge.empty() && left.size() == l.size() * 2) {
-      out.half_disparity_px = disparity;
-      out.half_confidence = confidence;
-      return;
-    }
-    cv::Mat full_disparity, full_confidence;
-    upsampleWithConfidence(disparity, confidence, left.size(), full_disparity, full_confidence);
-    disparity = full_disparity;
-    confidence = full_confidence;
-    if (!near_edge.empty()) {
-      // Only those pixels are searched (a NaN prior costs next to nothing); the refinement is
-      // valid exactly where its prior was, so the confidence holds.
-      const cv::Mat prior = keepWhere(disparity, near_edge);
-      const cv::Mat refined = refineDisparity(censusTransform(left), censusTransform(right), prior,
-                                              recipe.full_refine_radius_px, recipe.full_refine_window_px);
-      takeValid(refined, disparity);
-    }
+  if (l.size() != left.size() && recipe.full_refine_radius_px > 0) level = refineAtFullSize(level, left, right, recipe);
+  const cv::Mat confidence = confidenceOfDoubt(level.doubt);
+  if (level.disparity_px.size() == left.size()) {
+    out.disparity_px = level.disparity_px;
+    out.confidence = confidence;
+  } else if (params.half_size_output && left.size() == level.disparity_px.size() * 2) {
+    out.half_disparity_px = level.disparity_px;
+    out.half_confidence = confidence;
   } else {
-    confidence.setTo(std::numeric_limits<float>::quiet_NaN(), invalidMask(disparity));
+    upsampleWithConfidence(level.disparity_px, confidence, left.size(), out.disparity_px, out.confidence);
   }
-  out.disparity_px = disparity;
-  out.confidence = confidence;
 }
 
 }  // namespace
@@ -313,10 +293,11 @@ bool computeStereo(const cv::Mat& left_in, const cv::Mat& right_in, const Stereo
   return true;
 }
 
-cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px) {
+cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px,
+                              int uniqueness_pct) {
   const int block = 3;
   auto sgbm = cv::StereoSGBM::create(0, roundDisparityRange(max_disparity_px), block, 8 * block * block,
-                                     32 * block * block, 1, 63, 10, 100, 32, cv::StereoSGBM::MODE_SGBM);
+                                     32 * block * block, 1, 63, uniqueness_pct, 100, 32, cv::StereoSGBM::MODE_SGBM);
   cv::Mat fixed16, out;
   sgbm->compute(left_gray, right_gray, fixed16);
   fixed16.convertTo(out, CV_32F, 1.0 / 16.0);

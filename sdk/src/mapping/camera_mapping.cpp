@@ -156,6 +156,7 @@ ERROR_CODE mappingStep(CameraState& state) {
   frame.cy = (cal.cy + 0.5) * sy - 0.5;
   frame.timestamp_ns = state.frame.timestamp_ns;
   frame.depth_m = state.depth.depth_m;
+  frame.confidence = state.depth.confidence;
   if (state.frame.left_bgr.size() == state.depth.depth_m.size()) frame.bgr = state.frame.left_bgr;
   module->offerKeyframe(state.frame.left_bgr, frame);
   module->submit(std::move(frame));

@@ -45,37 +45,90 @@ std::string lower(std::string s) {
   return s;
 }
 
-void printLine(const std::string& label, const DisparityErrors& e, double ms) {
-  std::printf("%-13s bad1_pct=%6.2f bad2_pct=%6.2f mae_px=%5.3f valid_pct=%6.2f ms_per_frame=%8.2f\n", label.c_str(),
-              e.bad1_pct, e.bad2_pct, e.mae_px, e.valid_pct, ms);
+// One mode's figures (or the baseline's, without the confidence ranking: `at_baseline_pct` < 0).
+struct Figures {
+  DisparityErrors e;
+  double at_baseline_pct = -1;
+  double ms = 0;
+};
+
+void printLine(const std::string& scene, const std::string& label, const Figures& f, const Figures* base) {
+  std::printf(
+      "%-12s %-16s bad05_pct=%6.2f bad1_pct=%6.2f bad2_pct=%6.2f mae_px=%5.3f density_pct=%6.2f "
+      "bad2_returned_pct=%6.2f",
+      scene.c_str(), label.c_str(), f.e.bad05_pct, f.e.bad1_pct, f.e.bad2_pct, f.e.mae_px, f.e.valid_pct,
+      f.e.bad2_returned_pct);
+  if (f.at_baseline_pct >= 0) std::printf(" bad2_at_baseline_density_pct=%6.2f", f.at_baseline_pct);
+  std::printf(" ms_per_frame=%8.2f", f.ms);
+  // Against the baseline: dense bad-2px, and our most confident pixels at its density against
+  // its returned pixels.
+  if (base && base->e.bad2_pct > 0) std::printf(" bad2_ratio=%.3f", f.e.bad2_pct / base->e.bad2_pct);
+  if (base && f.at_baseline_pct >= 0 && base->e.bad2_returned_pct > 0)
+    std::printf(" confident_ratio=%.3f", f.at_baseline_pct / base->e.bad2_returned_pct);
+  std::printf("\n");
 }
 
-// Pixel-weighted sum of the figures of several frames.
-struct Totals {
-  double bad1 = 0, bad2 = 0, abs_sum = 0, valid = 0, pixels = 0, ms = 0;
-  int frames = 0;
-  void add(const DisparityErrors& e, double elapsed_ms) {
-    bad1 += e.bad1_pct * e.pixels / 100;
-    bad2 += e.bad2_pct * e.pixels / 100;
-    const double n_valid = e.valid_pct * e.pixels / 100;
-    abs_sum += e.mae_px * n_valid;
-    valid += n_valid;
-    pixels += e.pixels;
-    ms += elapsed_ms;
-    ++frames;
+// The figures of several frames of one recording, each weighing by its pixels (the rates of the
+// returned pixels by its returned ones), or of several scenes, each weighing the same.
+class Totals {
+ public:
+  explicit Totals(bool per_scene) : per_scene_(per_scene) {}
+  void add(const Figures& f) {
+    const DisparityErrors& e = f.e;
+    const double w = per_scene_ ? 1.0 : e.pixels, w_returned = per_scene_ ? 1.0 : e.returned;
+    bad05_ += e.bad05_pct * w;
+    bad1_ += e.bad1_pct * w;
+    bad2_ += e.bad2_pct * w;
+    density_ += e.valid_pct * w;
+    weight_ += w;
+    abs_ += e.mae_px * w_returned;
+    bad2_returned_ += e.bad2_returned_pct * w_returned;
+    returned_weight_ += w_returned;
+    if (f.at_baseline_pct >= 0) {
+      at_baseline_ += f.at_baseline_pct * w;
+      at_baseline_weight_ += w;
+    }
+    ms_ += f.ms;
+    ++count_;
   }
-  DisparityErrors errors() const {
-    DisparityErrors e;
-    if (pixels <= 0) return e;
-    e.pixels = static_cast<int>(pixels);
-    e.bad1_pct = 100 * bad1 / pixels;
-    e.bad2_pct = 100 * bad2 / pixels;
-    e.valid_pct = 100 * valid / pixels;
-    e.mae_px = valid > 0 ? abs_sum / valid : 0;
-    return e;
+  Figures figures() const {
+    Figures f;
+    f.ms = count_ ? ms_ / count_ : 0;
+    if (weight_ > 0) {
+      f.e.bad05_pct = bad05_ / weight_;
+      f.e.bad1_pct = bad1_ / weight_;
+      f.e.bad2_pct = bad2_ / weight_;
+      f.e.valid_pct = density_ / weight_;
+    }
+    if (returned_weight_ > 0) {
+      f.e.mae_px = abs_ / returned_weight_;
+      f.e.bad2_returned_pct = bad2_returned_ / returned_weight_;
+    }
+    if (at_baseline_weight_ > 0) f.at_baseline_pct = at_baseline_ / at_baseline_weight_;
+    return f;
   }
-  double msPerFrame() const { return frames ? ms / frames : 0; }
+  int count() const { return count_; }
+
+ private:
+  bool per_scene_;
+  double bad05_ = 0, bad1_ = 0, bad2_ = 0, density_ = 0, weight_ = 0;
+  double abs_ = 0, bad2_returned_ = 0, returned_weight_ = 0;
+  double at_baseline_ = 0, at_baseline_weight_ = 0, ms_ = 0;
+  int count_ = 0;
 };
+
+std::string modeLabel(pv::DEPTH_MODE mode) { return "mode=" + lower(pv::toString(mode).c_str()); }
+
+// Our figures on one frame or pair: the errors, and bad-2px among our most confident pixels, as
+// many as the baseline returned.
+Figures ourFigures(const cv::Mat& disparity, const cv::Mat& confidence, const cv::Mat& gt, const cv::Mat& mask,
+                   const DisparityErrors& base, double ms) {
+  Figures f;
+  f.e = pv::internal::compareDisparity(disparity, gt, mask);
+  f.at_baseline_pct = pv::internal::bad2AmongMostConfident(disparity, confidence, gt, mask, base.returned);
+  f.ms = ms;
+  return f;
+}
 
 // A recording against its ground-truth depth folder (NNNNNN.png, uint16 millimetres, 0 unknown):
 // the depth module's disparity on `frames` frames spread over the recording, beside SGBM on the
@@ -89,8 +142,9 @@ int evalRecording(const std::string& path, const std::string& gt_dir, const std:
     std::filesystem::create_directories(views_dir, ec);
     if (ec) return pavo::failure(kName, "cannot create " + views_dir + ": " + ec.message());
   }
-  Totals base;
-  bool base_done = false;
+  Totals base(false);
+  std::vector<DisparityErrors> base_frames;  // the baseline's figures of each frame, from the first mode's pass
+  std::vector<Figures> lines;
   for (pv::DEPTH_MODE mode : modes) {
     pv::Camera camera;
     pv::InitParameters init;
@@ -106,7 +160,8 @@ int evalRecording(const std::string& path, const std::string& gt_dir, const std:
     const int count = camera.getKTRNumberOfFrames();
     if (count <= 0) return pavo::failure(kName, path + " holds no frames");
     const int used = std::min(frames, count);
-    Totals ours;
+    const bool first_pass = base_frames.empty();
+    Totals ours(false);
     for (int k = 0; k < used; ++k) {
       const int index = static_cast<int>(static_cast<long>(k) * count / used);
       char name[32];
@@ -134,36 +189,113 @@ int evalRecording(const std::string& path, const std::string& gt_dir, const std:
             !cv::imwrite(out, picture))
           return pavo::failure(kName, "cannot write " + out);
       }
-      ours.add(pv::internal::compareDisparity(state.depth.disparity_px, gt_disparity, mask),
-               state.depth_module ? state.depth_module->lastElapsedMs() : 0);
-      if (!base_done) {
+      if (first_pass) {
         const int range = std::min(pv::internal::disparityRangeFor(state.calibration, init.depth_minimum_distance),
                                    state.frame.left_gray.cols);
         const auto t0 = std::chrono::steady_clock::now();
         const cv::Mat d = pv::internal::baselineSgbmDisparity(state.frame.left_gray, state.frame.right_gray, range);
-        base.add(pv::internal::compareDisparity(d, gt_disparity, mask),
-                 std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+        Figures b;
+        b.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+        b.e = pv::internal::compareDisparity(d, gt_disparity, mask);
+        base.add(b);
+        base_frames.push_back(b.e);
       }
+      ours.add(ourFigures(state.depth.disparity_px, state.depth.confidence, gt_disparity, mask, base_frames[size_t(k)],
+                          state.depth_module ? state.depth_module->lastElapsedMs() : 0));
     }
-    if (!base_done)
+    if (first_pass)
       std::printf("recording %s: %d of %d frames, %dx%d\n", path.c_str(), used, count,
                   camera.state()->frame.left_gray.cols, camera.state()->frame.left_gray.rows);
-    base_done = true;
-    printLine("mode=" + lower(pv::toString(mode).c_str()), ours.errors(), ours.msPerFrame());
-    const DisparityErrors b = base.errors();
-    if (b.bad2_pct > 0) std::printf("%-13s bad2_ratio=%.3f\n", "", ours.errors().bad2_pct / b.bad2_pct);
+    lines.push_back(ours.figures());
   }
-  printLine("baseline=sgbm", base.errors(), base.msPerFrame());
+  const Figures b = base.figures();
+  for (size_t m = 0; m < modes.size(); ++m) printLine("recording", modeLabel(modes[m]), lines[m], &b);
+  printLine("recording", "baseline=sgbm", b, nullptr);
   return 0;
 }
 
-// Search range: the data set's own unless it is a placeholder (half the width or more, as some
-// calib.txt files give), then 1.5 times the largest ground-truth disparity.
-int searchRange(const StereoSample& s) {
-  if (s.max_disparity_px > 0 && s.max_disparity_px < s.left_bgr.cols / 2) return s.max_disparity_px;
-  double max_gt = 0;
-  cv::minMaxLoc(s.gt_disparity_px, nullptr, &max_gt, nullptr, nullptr, s.gt_disparity_px == s.gt_disparity_px);
-  return std::max(16, static_cast<int>(std::ceil(1.5 * max_gt)));
+bool holdsPair(const std::filesystem::path& dir) {
+  for (const char* name : {"im0.png", "imL.png"})
+    if (std::filesystem::is_regular_file(dir / name)) return true;
+  return false;
+}
+
+// The scene folders named on the command line: each a scene, or a folder of scene folders (taken
+// in name order).
+bool collectScenes(const std::vector<std::string>& inputs, std::vector<std::string>& scenes, std::string& error) {
+  for (const std::string& input : inputs) {
+    if (!std::filesystem::is_directory(input)) {
+      error = input + " is not a folder";
+      return false;
+    }
+    if (holdsPair(input)) {
+      scenes.push_back(input);
+      continue;
+    }
+    std::vector<std::string> inside;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(input, ec))
+      if (entry.is_directory() && holdsPair(entry.path())) inside.push_back(entry.path().string());
+    if (inside.empty()) {
+      error = input + " holds no stereo pair (im0/im1 or imL/imR) nor folders of them";
+      return false;
+    }
+    std::sort(inside.begin(), inside.end());
+    scenes.insert(scenes.end(), inside.begin(), inside.end());
+  }
+  return true;
+}
+
+// Median time of `repeat` runs of `run`; the figures are those of the last run.
+template <typename Run>
+double timeRuns(int repeat, Run&& run) {
+  std::vector<double> ms;
+  for (int i = 0; i < repeat; ++i) {
+    const auto t0 = std::chrono::steady_clock::now();
+    run();
+    ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+  }
+  std::nth_element(ms.begin(), ms.begin() + ms.size() / 2, ms.end());
+  return ms[ms.size() / 2];
+}
+
+// One scene: the baseline and each mode, a line each. Adds the figures to the totals (the
+// baseline's last).
+int evalScene(const std::string& dir, const std::vector<pv::DEPTH_MODE>& modes, int forced_range, int repeat,
+              std::vector<Totals>& totals) {
+  StereoSample sample;
+  std::string error;
+  if (!pv::internal::loadStereoSample(dir, sample, error)) return pavo::failure(kName, error);
+  const int range = forced_range > 0 ? forced_range : pv::internal::searchRangeFor(sample);
+  if (range > sample.left_bgr.cols) return pavo::failure(kName, "--max-disparity exceeds the width of " + dir);
+  cv::Mat left, right;
+  cv::cvtColor(sample.left_bgr, left, cv::COLOR_BGR2GRAY);
+  cv::cvtColor(sample.right_bgr, right, cv::COLOR_BGR2GRAY);
+  std::printf("pair %s: %dx%d, search range %d px, %d pixels evaluated (non-occluded: %s)\n", sample.name.c_str(),
+              left.cols, left.rows, range, cv::countNonZero(sample.eval_mask),
+              sample.mask_from_file ? "mask file" : "derived from the ground truth");
+
+  cv::Mat baseline;
+  Figures base;
+  base.ms = timeRuns(repeat, [&] { baseline = pv::internal::baselineSgbmDisparity(left, right, range); });
+  base.e = pv::internal::compareDisparity(baseline, sample.gt_disparity_px, sample.eval_mask);
+  for (size_t m = 0; m < modes.size(); ++m) {
+    pv::internal::StereoParameters params;
+    params.mode = modes[m];
+    params.max_disparity_px = range;
+    pv::internal::StereoOutput out;
+    bool ok = true;
+    const double ms =
+        timeRuns(repeat, [&] { ok = ok && pv::internal::computeStereo(left, right, params, out, error); });
+    if (!ok) return pavo::failure(kName, error);
+    const Figures f =
+        ourFigures(out.disparity_px, out.confidence, sample.gt_disparity_px, sample.eval_mask, base.e, ms);
+    printLine(sample.name, modeLabel(modes[m]), f, &base);
+    totals[m].add(f);
+  }
+  printLine(sample.name, "baseline=sgbm", base, nullptr);
+  totals.back().add(base);
+  return 0;
 }
 
 int runEvalDepth(int argc, char** argv) {
@@ -171,7 +303,7 @@ int runEvalDepth(int argc, char** argv) {
   if (!args.error().empty()) return pavo::usageError(kName, args.error());
   const auto unknown = args.unknown({"mode", "max-disparity", "repeat", "gt-depth", "frames", "views"});
   if (!unknown.empty()) return pavo::usageError(kName, "unknown option --" + unknown.front());
-  if (args.positional().size() != 1) return pavo::usageError(kName, "expects one folder (or recording)");
+  if (args.positional().empty()) return pavo::usageError(kName, "expects folders (or one recording)");
   std::vector<pv::DEPTH_MODE> modes;
   if (!parseModes(lower(args.get("mode", "quality")), modes))
     return pavo::usageError(kName, "--mode must be performance, quality, ultra or all");
@@ -187,6 +319,7 @@ int runEvalDepth(int argc, char** argv) {
 
   const std::string input = args.positional().front();
   const bool recording = input.size() > 4 && lower(input.substr(input.size() - 4)) == ".ktr";
+  if (recording && args.positional().size() != 1) return pavo::usageError(kName, "expects one recording");
   if (recording != args.has("gt-depth"))
     return pavo::usageError(kName, "a recording needs --gt-depth DIR, and --gt-depth only goes with a recording");
   if (recording && forced_range > 0)
@@ -195,55 +328,25 @@ int runEvalDepth(int argc, char** argv) {
   if (!recording && args.has("views")) return pavo::usageError(kName, "--views goes with a recording");
   if (recording) return evalRecording(input, args.get("gt-depth"), modes, frames, args.get("views"));
 
-  StereoSample sample;
+  std::vector<std::string> scenes;
   std::string error;
-  if (!pv::internal::loadStereoSample(input, sample, error)) return pavo::failure(kName, error);
-  const int range = forced_range > 0 ? forced_range : searchRange(sample);
-  if (range > sample.left_bgr.cols) return pavo::failure(kName, "--max-disparity exceeds the image width");
-  cv::Mat left, right;
-  cv::cvtColor(sample.left_bgr, left, cv::COLOR_BGR2GRAY);
-  cv::cvtColor(sample.right_bgr, right, cv::COLOR_BGR2GRAY);
-
-  std::printf("pair %s: %dx%d, search range %d px, %d pixels evaluated (non-occluded: %s)\n", sample.name.c_str(),
-              left.cols, left.rows, range, cv::countNonZero(sample.eval_mask),
-              sample.mask_from_file ? "mask file" : "derived from the ground truth");
-
-  // Median time of `repeat` runs; the figures of the last run.
-  auto timeRuns = [&](auto&& run) {
-    std::vector<double> ms;
-    for (int i = 0; i < repeat; ++i) {
-      const auto t0 = std::chrono::steady_clock::now();
-      run();
-      ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
-    }
-    std::nth_element(ms.begin(), ms.begin() + ms.size() / 2, ms.end());
-    return ms[ms.size() / 2];
-  };
-
-  cv::Mat baseline;
-  const double baseline_ms = timeRuns([&] { baseline = pv::internal::baselineSgbmDisparity(left, right, range); });
-  const DisparityErrors base = pv::internal::compareDisparity(baseline, sample.gt_disparity_px, sample.eval_mask);
-
-  for (pv::DEPTH_MODE mode : modes) {
-    pv::internal::StereoParameters params;
-    params.mode = mode;
-    params.max_disparity_px = range;
-    pv::internal::StereoOutput out;
-    bool ok = true;
-    const double ms = timeRuns([&] { ok = ok && pv::internal::computeStereo(left, right, params, out, error); });
-    if (!ok) return pavo::failure(kName, error);
-    const DisparityErrors e =
-        pv::internal::compareDisparity(out.disparity_px, sample.gt_disparity_px, sample.eval_mask);
-    printLine("mode=" + lower(pv::toString(mode).c_str()), e, ms);
-    if (base.bad2_pct > 0) std::printf("%-13s bad2_ratio=%.3f\n", "", e.bad2_pct / base.bad2_pct);
-  }
-  printLine("baseline=sgbm", base, baseline_ms);
+  if (!collectScenes(args.positional(), scenes, error)) return pavo::failure(kName, error);
+  std::vector<Totals> totals(modes.size() + 1, Totals(true));  // each mode, then the baseline
+  for (const std::string& scene : scenes)
+    if (const int failed = evalScene(scene, modes, forced_range, repeat, totals)) return failed;
+  if (scenes.size() < 2) return 0;
+  std::printf("mean over %zu scenes\n", scenes.size());
+  const Figures base = totals.back().figures();
+  for (size_t m = 0; m < modes.size(); ++m) printLine("mean", modeLabel(modes[m]), totals[m].figures(), &base);
+  printLine("mean", "baseline=sgbm", base, nullptr);
   return 0;
 }
 
 }  // namespace
 
 PAVO_COMMAND("eval depth",
-             "DIR | FILE.ktr --gt-depth DIR [--mode performance|quality|ultra|all] [--max-disparity N] [--repeat N] "
+             "DIR... | FILE.ktr --gt-depth DIR [--mode performance|quality|ultra|all] [--max-disparity N] [--repeat N] "
              "[--frames N] [--views OUT_DIR]",
-             "disparity error of the depth modes against ground truth, beside OpenCV's StereoSGBM", runEvalDepth);
+             "disparity error of the depth modes against ground truth, beside OpenCV's StereoSGBM; over a folder of "
+             "scene folders, one line per scene and mode and the mean per mode",
+             runEvalDepth);

@@ -359,8 +359,12 @@ TEST(DepthStages, RefinementFindsTheDisparityNearItsPriorWithEitherCostKernel) {
   cv::setNumThreads(threads);
 
   // Every pixel's winner against sums made the slow way, mirrored at all four borders.
+  // The winner's window cost and whether it lies at the end of the search come along.
   const int radius = 1, window = 7, half = window / 2;
-  const cv::Mat coarse = refineDisparity(census_l, census_r, prior, radius, window);
+  RefinementCues cues;
+  const cv::Mat coarse = refineDisparity(census_l, census_r, prior, radius, window, true, &cues);
+  ASSERT_EQ(cues.cost.type(), CV_16U);
+  ASSERT_EQ(cues.at_limit.type(), CV_8U);
   const auto cost = [&](int y, int x, int k) {
     const float p = prior.at<float>(y, x);
     if (p != p) return 16;
@@ -384,9 +388,90 @@ TEST(DepthStages, RefinementFindsTheDisparityNearItsPriorWithEitherCostKernel) {
       }
       const float winner = std::max(0.f, static_cast<float>(static_cast<int>(p + 0.5f) - radius + best));
       ASSERT_LE(std::abs(coarse.at<float>(y, x) - winner), 0.5f) << y << " " << x;
+      ASSERT_EQ(cues.cost.at<uint16_t>(y, x), lowest) << y << " " << x;
+      ASSERT_EQ(cues.at_limit.at<uint8_t>(y, x), best == 0 || best == 2 * radius ? 1 : 0) << y << " " << x;
       ++checked;
     }
   EXPECT_GT(checked, prior.total() * 9 / 10);
+}
+
+TEST(DepthStages, MatcherMarginTellsClearWinnersFromTies) {
+  // A textured plane whose left view shows, in a wide band, a texture the right view does not
+  // have: there no disparity fits, and none wins clearly.
+  auto plane = mapura::test::renderStep(cv::Size(240, 120), 6.f, 6.f, cv::Rect());
+  cv::Mat other;
+  mapura::test::makeTexture(cv::Size(80, 120), 77).convertTo(other, CV_8U);
+  other.copyTo(plane.left(cv::Rect(100, 0, 80, 120)));
+  SgmParameters params;
+  params.num_disparities = 32;
+  params.with_margin = true;
+  params.uniqueness_pct = 0;
+  const SgmResult m = censusSgm(plane.left, plane.right, params);
+  ASSERT_EQ(m.margin.type(), CV_8U);
+  ASSERT_EQ(m.margin.size(), plane.left.size());
+  const cv::Mat matching = m.margin(cv::Rect(40, 10, 40, 100)), unmatched = m.margin(cv::Rect(120, 10, 40, 100));
+  EXPECT_GT(cv::mean(matching)[0], 200.0);
+  EXPECT_LT(cv::mean(unmatched)[0], 0.4 * cv::mean(matching)[0]);
+  // Without asking, no margins.
+  params.with_margin = false;
+  EXPECT_TRUE(censusSgm(plane.left, plane.right, params).margin.empty());
+  // Every kernel gives the same margins.
+  params.with_margin = true;
+  for (int kernel = 0; kernel <= 3; ++kernel) {
+    if (!sgmKernelRuns(kernel)) continue;
+    params.kernel = kernel;
+    EXPECT_EQ(cv::countNonZero(censusSgm(plane.left, plane.right, params).margin != m.margin), 0) << kernel;
+  }
+}
+
+TEST(DepthStages, DoubtGrowsWithWhatEachStageSaw) {
+  // Pixel by pixel: kept as matched, moved by the filter 0.5, 1 and 10 pixels, invented by the
+  // filter (no match), and no value at all.
+  const cv::Mat filtered = row({5, 5.5f, 6, 15, 5, kNaN});
+  const cv::Mat matched = row({5, 5, 5, 5, kNaN, 5});
+  DoubtCues none;
+  const cv::Mat d = matchDoubt(filtered, matched, none);
+  EXPECT_EQ(d.at<float>(0), 0.f);
+  EXPECT_GT(d.at<float>(2), d.at<float>(1));
+  EXPECT_GT(d.at<float>(3), d.at<float>(2));
+  EXPECT_LT(d.at<float>(3), 10.f);  // a large correction counts as a capped one
+  EXPECT_GT(d.at<float>(4), d.at<float>(2));
+  EXPECT_TRUE(std::isnan(d.at<float>(5)));
+
+  // Each cue adds doubt on its own: a close runner-up, a refinement's search ending at its winner,
+  // a costly match, and a coarser level's doubt.
+  const cv::Mat same = row({5, 5, 5, 5, 5, 5});
+  DoubtCues cues;
+  cues.margin = (cv::Mat_<uint8_t>(1, 6) << 255, 0, 255, 255, 255, 255);
+  cues.refinement.at_limit = (cv::Mat_<uint8_t>(1, 6) << 0, 0, 1, 0, 0, 0);
+  cues.refinement.cost = (cv::Mat_<uint16_t>(1, 6) << 0, 0, 0, 25 * 20, 0, 0);
+  cues.refinement_window = 5;
+  cues.base_doubt = row({0, 0, 0, 0, 0.75f, 0});
+  const cv::Mat c = matchDoubt(same, same, cues);
+  EXPECT_EQ(c.at<float>(0), 0.f);
+  for (int i = 1; i <= 3; ++i) EXPECT_GT(c.at<float>(i), 0.f) << i;
+  EXPECT_FLOAT_EQ(c.at<float>(4), 0.75f);
+  // A clear winner, or a low cost, adds nothing.
+  cues.margin.at<uint8_t>(1) = 200;
+  cues.refinement.cost.at<uint16_t>(3) = 25;
+  const cv::Mat clear = matchDoubt(same, same, cues);
+  EXPECT_EQ(clear.at<float>(1), 0.f);
+  EXPECT_EQ(clear.at<float>(3), 0.f);
+
+  // The confidence scale: 1 for no doubt, rising with it, short of 100; NaN stays NaN. The
+  // filter's weight: 1 for no doubt, falling, 0 where there is no value.
+  const cv::Mat conf = confidenceOfDoubt(row({0, 1, 3, 100, kNaN}));
+  EXPECT_FLOAT_EQ(conf.at<float>(0), 1.f);
+  EXPECT_GT(conf.at<float>(2), conf.at<float>(1));
+  EXPECT_GT(conf.at<float>(3), conf.at<float>(2));
+  EXPECT_LT(conf.at<float>(3), 100.f);
+  EXPECT_TRUE(std::isnan(conf.at<float>(4)));
+  const cv::Mat w = weightOfDoubt(row({0, 0.5f, 1, kNaN}));
+  EXPECT_FLOAT_EQ(w.at<float>(0), 1.f);
+  EXPECT_GT(w.at<float>(1), w.at<float>(2));
+  EXPECT_GT(w.at<float>(2), 0.f);
+  EXPECT_EQ(w.at<float>(3), 0.f);
+  EXPECT_LT(weightOfDoubt(row({1}), 2.f).at<float>(0), w.at<float>(2));
 }
 
 }  // namespace

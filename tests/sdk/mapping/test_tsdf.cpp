@@ -264,6 +264,56 @@ TEST(TsdfVolume, MixedPixelsOnDepthEdgesAreNotFused) {
   }
 }
 
+TEST(TsdfVolume, DoubtfulDepthIsNotFusedAndLessSureDepthWeighsLess) {
+  const Scene wall = wallAhead();
+  const PinholeCamera cam;
+  TsdfParameters p;
+  p.voxel_m = 0.02f;
+  p.max_confidence = 85.f;
+  // Left half of the view too doubtful to fuse, right half sure; without a confidence all of it.
+  DepthFrame f = renderDepthFrame(wall, cam, Eigen::Matrix4f::Identity());
+  const DepthFrame sure_everywhere = f;
+  f.confidence = cv::Mat(f.depth_m.size(), CV_32F, cv::Scalar(10.f));
+  f.confidence.colRange(0, f.depth_m.cols / 2).setTo(95.f);
+  const DepthFrame* const frames[] = {&f, &sure_everywhere};
+  for (const DepthFrame* frame : frames) {
+    TsdfVolume volume(p);
+    volume.integrate(*frame);
+    const MeshAll m = meshAll(volume);
+    ASSERT_GT(m.triangles, 100u);
+    size_t left = 0;
+    for (const auto& v : m.vertices) left += v.x() < -0.1f;
+    if (frame == &f)
+      EXPECT_EQ(left, 0u);
+    else
+      EXPECT_GT(left, m.vertices.size() / 3);
+  }
+
+  // A sure frame at 2.01 m, then a doubtful one (confidence 60: a sixth of the weight) 6 cm
+  // behind: weighted, the surface stays near the sure frame's; unweighted, it moves halfway.
+  Scene ahead, behind;
+  ahead.addPlane({0.f, 0.f, 2.01f}, {0.f, 0.f, -1.f});
+  behind.addPlane({0.f, 0.f, 2.07f}, {0.f, 0.f, -1.f});
+  DepthFrame near_frame = renderDepthFrame(ahead, cam, Eigen::Matrix4f::Identity());
+  near_frame.confidence = cv::Mat(near_frame.depth_m.size(), CV_32F, cv::Scalar(1.f));
+  DepthFrame far_frame = renderDepthFrame(behind, cam, Eigen::Matrix4f::Identity());
+  far_frame.confidence = cv::Mat(far_frame.depth_m.size(), CV_32F, cv::Scalar(60.f));
+  for (const bool weigh : {true, false}) {
+    p.weigh_by_confidence = weigh;
+    TsdfVolume volume(p);
+    volume.integrate(near_frame);
+    volume.integrate(far_frame);
+    const MeshAll m = meshAll(volume);
+    ASSERT_GT(m.triangles, 100u);
+    double z = 0;
+    for (const auto& v : m.vertices) z += double(v.z()) / double(m.vertices.size());
+    if (weigh)
+      EXPECT_NEAR(z, 2.01, 0.015);
+    else
+      EXPECT_NEAR(z, 2.04, 0.01);
+  }
+}
+
 TEST(TsdfVolume, EveryVoxelInTheTruncationBandOfAValidPixelIsFusedAndFewBlocksAreWasted) {
   // A wide view at the range's far end, where sampled rays are far apart: thin poles, a grazing
   // floor, a sphere and a wall near the range limit.

@@ -4,6 +4,7 @@
 
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
 namespace pv::internal {
 
@@ -23,6 +24,10 @@ struct StereoSample {
 /// ground truth. Returns false with `error` set when something is missing or unreadable.
 bool loadStereoSample(const std::string& dir, StereoSample& sample, std::string& error);
 
+/// The search range to match a sample over: the data set's own unless it is a placeholder (half
+/// the width or more, as some calib.txt files give), else 1.5 times its largest true disparity.
+int searchRangeFor(const StereoSample& sample);
+
 /// Reads a one-channel PFM file into CV_32F (rows top to bottom). False when unreadable.
 bool readPfm(const std::string& path, cv::Mat& out, std::string& error);
 
@@ -30,14 +35,37 @@ bool readPfm(const std::string& path, cv::Mat& out, std::string& error);
 /// right image and not hidden by a nearer surface.
 cv::Mat visibleInRight(const cv::Mat& gt_disparity_px);
 
-/// Figures of an estimate against the ground truth over a mask. A pixel without estimate counts
-/// as bad; the mean absolute error is taken over pixels that have one.
+/// Figures of an estimate against the ground truth over a mask. The bad-pixel rates ending in
+/// `_pct` are dense: a pixel without estimate counts as bad. `bad2_returned_pct` counts only the
+/// pixels that have one; so does the mean absolute error.
 struct DisparityErrors {
-  double bad1_pct = 0, bad2_pct = 0, mae_px = 0, valid_pct = 0;
-  int pixels = 0;  ///< pixels evaluated
+  double bad05_pct = 0, bad1_pct = 0, bad2_pct = 0, mae_px = 0;
+  double valid_pct = 0;          ///< pixels returned over pixels evaluated (the density)
+  double bad2_returned_pct = 0;  ///< bad-2px among the returned pixels
+  int pixels = 0;                ///< pixels evaluated
+  int returned = 0;              ///< of those, pixels with an estimate
 };
 
 /// `estimate_px` CV_32F (NaN or non-finite where invalid) at the ground truth's size.
 DisparityErrors compareDisparity(const cv::Mat& estimate_px, const cv::Mat& gt_disparity_px, const cv::Mat& mask);
+
+/// Bad-2px among the `count` most confident returned pixels of the mask: those of lowest
+/// `confidence` (CV_32F, 1 sure .. 100 unsure, as the engine gives it). Pixels tied with the last
+/// one taken count with the bad share of their tie. All returned pixels when fewer than `count`
+/// were returned; 0 when none was.
+double bad2AmongMostConfident(const cv::Mat& estimate_px, const cv::Mat& confidence, const cv::Mat& gt_disparity_px,
+                              const cv::Mat& mask, int count);
+
+/// One point of a sparsification curve: density (percent of the evaluated pixels) and bad-2px
+/// among the pixels kept.
+struct SparsificationPoint {
+  double density_pct = 0, bad2_pct = 0;
+};
+
+/// Bad-2px among the most confident returned pixels at each density of `densities_pct` (percent
+/// of the pixels evaluated; a density above the returned one gives all returned pixels).
+std::vector<SparsificationPoint> sparsificationCurve(const cv::Mat& estimate_px, const cv::Mat& confidence,
+                                                     const cv::Mat& gt_disparity_px, const cv::Mat& mask,
+                                                     const std::vector<double>& densities_pct);
 
 }  // namespace pv::internal

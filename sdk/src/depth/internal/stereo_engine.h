@@ -32,18 +32,20 @@ struct StereoOutput {
 
 /// How a mode works: matching resolution and the stages it runs.
 struct ModeRecipe {
-  double scale = 0.5;              ///< matching resolution relative to the input
-  int max_search_px = 0;           ///< longest range matched in full; longer ones coarse to fine (0: never)
-  int refine_radius_px = 2;        ///< coarse to fine: disparities searched on each side of the prior
-  int full_refine_radius_px = 0;   ///< reduced-resolution modes: disparities searched at full size
-  int full_refine_window_px = 13;  ///< and the cost window there
-  int refine_window_px = 5;        ///< coarse to fine: cost window of the refinement
-  int uniqueness_pct = 0;          ///< matcher's uniqueness margin (0: none)
-  int speckle_px = 0;              ///< speckle removal size at the matching resolution (0: off)
-  float lr_max_diff_px = 1.f;      ///< left-right disagreement that invalidates a pixel
-  bool edge_aware = false;         ///< confidence-weighted smoothing guided by the image
-  double edge_lambda = 500;        ///< its strength
-  double edge_sigma = 4;           ///< grey-level difference that stops it
+  double scale = 0.5;  ///< matching resolution relative to the input
+  /// Largest search matched in full, pixels times disparities; larger ones coarse to fine (0: never)
+  double max_search_cost = 0;
+  int refine_radius_px = 2;       ///< coarse to fine: disparities searched on each side of the prior
+  int full_refine_radius_px = 0;  ///< reduced-resolution modes: disparities searched at full size
+  int full_refine_window_px = 9;  ///< and the cost window there
+  int refine_window_px = 5;       ///< coarse to fine: cost window of the refinement
+  int uniqueness_pct = 0;         ///< matcher's uniqueness margin (0: none)
+  int speckle_px = 0;             ///< speckle removal size at the matching resolution (0: off)
+  float lr_max_diff_px = 1.f;     ///< left-right disagreement that invalidates a pixel
+  bool edge_aware = false;        ///< confidence-weighted smoothing guided by the image
+  double edge_lambda = 500;       ///< its strength
+  double full_edge_lambda = 100;  ///< its strength after a refinement at full size
+  double edge_sigma = 4;          ///< grey-level difference that stops it
 };
 
 /// The recipe of `mode`; NONE and NEURAL have none (false).
@@ -57,7 +59,9 @@ bool computeStereo(const cv::Mat& left, const cv::Mat& right, const StereoParame
 /// OpenCV's StereoSGBM with its customary settings (window 3, P1 = 8*9, P2 = 32*9, uniqueness
 /// 10, speckle window 100 / range 32, one-pixel left-right check), as the accuracy baseline.
 /// CV_32F disparity, NaN where invalid. Throws cv::Exception on bad input (tools only).
-cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px);
+/// `uniqueness_pct` replaces the uniqueness margin (its own way of trading density for accuracy).
+cv::Mat baselineSgbmDisparity(const cv::Mat& left_gray, const cv::Mat& right_gray, int max_disparity_px,
+                              int uniqueness_pct = 10);
 
 /// Rounds a search range up to the matcher's multiple of 16 (at least 16).
 int roundDisparityRange(int max_disparity_px);

@@ -38,6 +38,7 @@ struct SgmParameters {
   int p2 = 130;              ///< large-jump penalty (lowered across intensity edges)
   int uniqueness_pct = 10;   ///< margin the best cost must win by, percent
   bool with_right = false;   ///< also the right image's disparity, from the same costs
+  bool with_margin = false;  ///< also each left pixel's winning margin (SgmResult::margin)
   int ad_cap = 8;            ///< 0: census only; else the difference of horizontal gradients,
                              ///< capped at this, is added to the cost
   int kernel = -1;           ///< -1: the fastest the CPU runs; else 0 baseline, 1 AVX2, 2 AVX-512,
@@ -50,6 +51,9 @@ constexpr int kSgmWarmupRows = 24;
 struct SgmResult {
   cv::Mat left_px;   ///< CV_32F, sub-pixel (equiangular fit through the aggregated costs), NaN where not unique
   cv::Mat right_px;  ///< CV_32F, whole pixels (positive: the match in the left image lies at x + d)
+  /// CV_8U: 255 (runner-up - winner) / runner-up of the aggregated costs, the runner-up the best
+  /// cost away from the winner's neighbours; near 0 where another disparity fits about as well.
+  cv::Mat margin;
 };
 
 /// Semi-global matching of a rectified pair (`left` and `right` CV_8UC1 of one size). Left pixels
@@ -58,12 +62,20 @@ SgmResult censusSgm(const cv::Mat& left, const cv::Mat& right, const SgmParamete
 /// Whether this build and CPU run matcher kernel `kernel` (see SgmParameters::kernel).
 bool sgmKernelRuns(int kernel);
 
+/// What the refinement saw at each pixel besides its disparity.
+struct RefinementCues {
+  cv::Mat cost;      ///< CV_16U: the winner's census cost summed over the window
+  cv::Mat at_limit;  ///< CV_8U: 1 where the winner lies at the end of the search, 0 elsewhere
+};
+
 /// Disparity of the left image searched only within `radius` pixels of a prior (CV_32F at this
 /// level, NaN where unknown), the census costs (census_left/right, of this level's pair) summed
 /// over a `window` x `window` box; sub-pixel by an equiangular fit (disparity_refinement.cpp). NaN where
-/// the prior is NaN. `vectorised` false keeps the costs off the vector kernel (tests compare).
+/// the prior is NaN. `vectorised` false keeps the costs off the vector kernel (tests compare). With
+/// `cues`, also the winner's cost and whether it lies at the end of the search (the match may lie
+/// beyond: the prior was off).
 cv::Mat refineDisparity(const cv::Mat& census_left, const cv::Mat& census_right, const cv::Mat& prior_px, int radius,
-                        int window, bool vectorised = true);
+                        int window, bool vectorised = true, RefinementCues* cues = nullptr);
 
 /// Invalidates left disparities whose match in the right disparity map disagrees by more than
 /// `max_diff_px` (left_right_check.cpp). Returns |d_left - d_right| per pixel (NaN where there is
@@ -106,6 +118,27 @@ cv::Mat filterEdgeAware(const cv::Mat& disparity_px, const cv::Mat& weight, cons
 /// Per-pixel doubt 1 (sure) .. 100 (unsure) from the disparity's local roughness and the
 /// left-right disagreement (`lr_diff_px`, may be empty) (confidence.cpp). NaN where invalid.
 cv::Mat disparityConfidence(const cv::Mat& disparity_px, const cv::Mat& lr_diff_px);
+/// What is known of each pixel of a filtered disparity besides the values (every Mat may be empty).
+struct DoubtCues {
+  cv::Mat margin;             ///< CV_8U: the matcher's winning margin (SgmResult::margin)
+  cv::Mat base_doubt;         ///< CV_32F: doubt carried over from a coarser level
+  RefinementCues refinement;  ///< what a refinement saw (refineDisparity)
+  int refinement_window = 0;  ///< that refinement's window, pixels (with its costs)
+};
+
+/// Doubt of each pixel of `filtered_px`, the edge-aware filter's result from `matched_px` (the
+/// matcher's or the refinement's disparity after its checks, NaN where they rejected it), in
+/// pixels of correction that doubt as much (match_doubt.cpp): the further the filter moved the
+/// value the more, a fixed large share where the filter invented it; more the closer the
+/// matcher's runner-up came, where a refinement's winner lies at the end of its search and the
+/// higher its census cost; plus the base doubt. 0 is a match the filter kept, far ahead of every
+/// other disparity. NaN where `filtered_px` is.
+cv::Mat matchDoubt(const cv::Mat& filtered_px, const cv::Mat& matched_px, const DoubtCues& cues);
+/// The confidence scale, 1 (sure) .. 100 (unsure), of a doubt (matchDoubt); NaN stays NaN.
+cv::Mat confidenceOfDoubt(const cv::Mat& doubt);
+/// Weight of each measurement for filterEdgeAware from its doubt (matchDoubt): exp(-(scale *
+/// doubt)^2), 0 where NaN.
+cv::Mat weightOfDoubt(const cv::Mat& doubt, float scale = 1.f);
 /// Weight of each measurement for filterEdgeAware (confidence.cpp): exp(-u^2) with u the
 /// left-right disagreement in pixels (`lr_diff_px`, may be empty) plus four times the doubt
 /// fraction (confidence - 1) / 99; 0 where `confidence` is NaN.

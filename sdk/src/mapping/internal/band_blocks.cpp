@@ -63,9 +63,10 @@ struct DepthRange {
 /// pixels and neighbours drop out without tests; the masks combine with & so that the loop has no
 /// branch and vectorises. Per column, the nearest and farthest fused depth so far come along.
 PV_WIDE_VECTOR_CLONES
-void filterDepthRow(const float* src, const float* up, const float* down, int cols, const BandView& view, float* dst,
-                    float* column_lo, float* column_hi) {
+void filterDepthRow(const float* src, const float* up, const float* down, const float* confidence, int cols,
+                    const BandView& view, float* dst, float* weight, float* column_lo, float* column_hi) {
   const float min_m = view.min_depth_m, max_m = view.max_depth_m, jump = view.edge_jump;
+  const float max_confidence = view.max_confidence;
   dst[0] = 0.f;
   dst[cols - 1] = 0.f;
   for (int u = 1; u + 1 < cols; ++u) {
@@ -75,6 +76,19 @@ void filterDepthRow(const float* src, const float* up, const float* down, int co
     const bool edge = ((l > 0.f) & (std::fabs(l - d) > limit)) | ((rt > 0.f) & (std::fabs(rt - d) > limit)) |
                       ((a > 0.f) & (std::fabs(a - d) > limit)) | ((b > 0.f) & (std::fabs(b - d) > limit));
     dst[u] = (ok & !edge) ? d : 0.f;
+  }
+  if (confidence) {
+    // Too doubtful a pixel is not fused (a NaN confidence is no doubt); a fused one weighs the less
+    // the more it is doubted.
+    for (int u = 0; u < cols; ++u) dst[u] = confidence[u] > max_confidence ? 0.f : dst[u];
+    if (weight)
+      for (int u = 0; u < cols; ++u) {
+        const float c = confidence[u] == confidence[u] ? std::clamp(confidence[u], 1.f, 100.f) : 1.f;
+        const float sure = (100.f - c) * (1.f / 99.f);
+        weight[u] = sure * sure;
+      }
+  } else if (weight) {
+    for (int u = 0; u < cols; ++u) weight[u] = 1.f;
   }
   for (int u = 0; u < cols; ++u) {
     const float fused = dst[u];
@@ -316,19 +330,30 @@ void BlockKeySet::grow() {
     if (key != kEmpty) insert(key);
 }
 
-void DepthBand::filterRows(const cv::Mat& depth_m, const BandView& view, int v0, int v1, float* column_lo,
-                           float* column_hi) {
-  for (int v = v0; v < v1; ++v)
+void DepthBand::filterRows(const cv::Mat& depth_m, const cv::Mat& confidence, const BandView& view, int v0, int v1,
+                           float* column_lo, float* column_hi) {
+  for (int v = v0; v < v1; ++v) {
+    const size_t row = size_t(v) * size_t(width_);
     filterDepthRow(depth_m.ptr<float>(v), depth_m.ptr<float>(std::max(v - 1, 0)),
-                   depth_m.ptr<float>(std::min(v + 1, height_ - 1)), width_, view,
-                   buffer_.data() + size_t(v) * size_t(width_), column_lo, column_hi);
+                   depth_m.ptr<float>(std::min(v + 1, height_ - 1)),
+                   confidence.empty() ? nullptr : confidence.ptr<float>(v), width_, view, buffer_.data() + row,
+                   weights_.empty() ? nullptr : weights_.data() + row, column_lo, column_hi);
+  }
 }
 
-void DepthBand::compute(const cv::Mat& depth_m, const BandView& view, std::vector<uint64_t>& keys) {
+void DepthBand::compute(const cv::Mat& depth_m, const cv::Mat& confidence, const BandView& view,
+                        std::vector<uint64_t>& keys) {
+  CV_Assert(confidence.empty() || (confidence.type() == CV_32F && confidence.size() == depth_m.size()));
   width_ = depth_m.cols;
   height_ = depth_m.rows;
   buffer_.resize(size_t(width_) * size_t(height_) + 1);
   buffer_.back() = 0.f;
+  if (view.weigh_by_confidence) {
+    weights_.resize(buffer_.size());
+    weights_.back() = 0.f;
+  } else {
+    weights_.clear();
+  }
   const int tiles_x = (width_ + kTile - 1) / kTile, tiles_y = (height_ + kTile - 1) / kTile;
   tile_rows_.resize(size_t(tiles_y));
   tbb::parallel_for(tbb::blocked_range<int>(0, tiles_y), [&](const tbb::blocked_range<int>& r) {
@@ -336,7 +361,7 @@ void DepthBand::compute(const cv::Mat& depth_m, const BandView& view, std::vecto
       const int v0 = ty * kTile, v1 = std::min(v0 + kTile, height_);
       std::vector<float> column_lo(size_t(width_), std::numeric_limits<float>::infinity());
       std::vector<float> column_hi(size_t(width_), 0.f);
-      filterRows(depth_m, view, v0, v1, column_lo.data(), column_hi.data());
+      filterRows(depth_m, confidence, view, v0, v1, column_lo.data(), column_hi.data());
       std::vector<uint64_t>& out = tile_rows_[size_t(ty)];
       out.clear();
       TileVisitor visitor(buffer_.data(), width_, height_, view, out);

@@ -47,7 +47,9 @@ struct BandView {
   float voxel_m = 0.05f;
   float truncation_m = 0.2f;
   float min_depth_m = 0.f, max_depth_m = 5.f;
-  float edge_jump = 0.04f;  ///< depth step to a 4-neighbour, relative, that marks a depth edge
+  float edge_jump = 0.04f;           ///< depth step to a 4-neighbour, relative, that marks a depth edge
+  float max_confidence = 100.f;      ///< pixels of a higher confidence value are not fused
+  bool weigh_by_confidence = false;  ///< each fused pixel's weight from its confidence (weights())
 };
 
 /// Works in rows of 8x8-pixel tiles, in parallel: filters the rows, then takes each tile's
@@ -58,21 +60,27 @@ struct BandView {
 /// nearly one depth share one frustum. Conservative: no block of the band is missed.
 class DepthBand {
  public:
-  /// `depth_m`: CV_32F, NaN or 0 where invalid. `keys`: packed keys of the blocks, each once, in
-  /// an order that depends on the frame only.
-  void compute(const cv::Mat& depth_m, const BandView& view, std::vector<uint64_t>& keys);
+  /// `depth_m`: CV_32F, NaN or 0 where invalid; `confidence`: CV_32F of its size (1 sure .. 100
+  /// unsure) or empty. `keys`: packed keys of the blocks, each once, in an order that depends on the
+  /// frame only.
+  void compute(const cv::Mat& depth_m, const cv::Mat& confidence, const BandView& view, std::vector<uint64_t>& keys);
   /// The fused depth of the last frame: 0 at every pixel that is not fused (invalid, out of range,
-  /// on a depth edge, or in the outermost columns), continuous, followed by one more 0 that
+  /// on a depth edge, too doubtful, or in the outermost columns), continuous, followed by one more 0 that
   /// `outsideIndex()` addresses.
   const float* depth() const { return buffer_.data(); }
+  /// With BandView::weigh_by_confidence, each pixel's measurement weight (1 for a sure pixel, less
+  /// the higher its confidence value), laid out as depth(); else null.
+  const float* weights() const { return weights_.empty() ? nullptr : weights_.data(); }
   int width() const { return width_; }
   int height() const { return height_; }
   int outsideIndex() const { return width_ * height_; }
 
  private:
-  void filterRows(const cv::Mat& depth_m, const BandView& view, int v0, int v1, float* column_lo, float* column_hi);
+  void filterRows(const cv::Mat& depth_m, const cv::Mat& confidence, const BandView& view, int v0, int v1,
+                  float* column_lo, float* column_hi);
 
   std::vector<float> buffer_;
+  std::vector<float> weights_;
   int width_ = 0, height_ = 0;
   std::vector<std::vector<uint64_t>> tile_rows_;  ///< keys found per row of tiles
   BlockKeySet seen_;

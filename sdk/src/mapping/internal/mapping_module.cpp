@@ -37,6 +37,8 @@ TsdfParameters tsdfParameters(const MappingConfig& c) {
   p.voxel_m = c.voxel_m;
   p.max_depth_m = c.range_m;
   p.min_depth_m = c.min_depth_m;
+  p.max_confidence = c.max_confidence;
+  p.weigh_by_confidence = c.weigh_by_confidence;
   return p;
 }
 
@@ -87,6 +89,7 @@ bool MappingModule::submit(DepthFrame frame) {
   // Only this thread adds to the queue, so room found above stays; copy outside the lock.
   if (room) {
     frame.depth_m = frame.depth_m.clone();
+    frame.confidence = frame.confidence.clone();
     frame.bgr = frame.bgr.clone();
   }
   {

@@ -26,6 +26,12 @@ struct MappingConfig {
   float voxel_m = 0.05f;
   float range_m = 5.f;  ///< depth beyond is not fused
   float min_depth_m = 0.f;
+  /// Depth pixels whose confidence value (1 sure .. 100 unsure) is higher are not fused, whatever
+  /// the grab's own threshold kept: in synthesized rooms at 2 cm, fusing the doubtful rest (mostly
+  /// values the depth filter invented where no match held) tripled QUALITY's mean error for half a
+  /// percent of the surface. Below it, each pixel weighs (100 - confidence)^2 / 99^2 of a sure one.
+  float max_confidence = 85.f;
+  bool weigh_by_confidence = true;
   size_t max_memory_bytes = size_t(2048) << 20;  ///< blocks, meshes and keyframes together
   bool save_texture = false;
   bool use_chunk_only = false;  ///< retrievals leave the whole-map arrays empty

@@ -80,7 +80,9 @@ void TsdfVolume::collectBlocks(const DepthFrame& f, std::vector<int>& existing, 
   view.min_depth_m = p_.min_depth_m;
   view.max_depth_m = p_.max_depth_m;
   view.edge_jump = p_.edge_jump;
-  band_.compute(f.depth_m, view, band_keys_);
+  view.max_confidence = p_.max_confidence;
+  view.weigh_by_confidence = p_.weigh_by_confidence;
+  band_.compute(f.depth_m, f.confidence, view, band_keys_);
   existing.clear();
   fresh.clear();
   for (const uint64_t packed : band_keys_) {
@@ -122,7 +124,7 @@ int TsdfVolume::integrateBlock(VoxelBlock& b, const DepthFrame& f, const Eigen::
   p.max_weight = p_.max_weight;
   alignas(32) int pixel[kBlockVoxels];
   alignas(32) float rate[kBlockVoxels];
-  const int updated = updateBlockVoxels(p, band_.depth(), b.tsdf.data(), b.weight.data(), pixel, rate);
+  const int updated = updateBlockVoxels(p, band_.depth(), band_.weights(), b.tsdf.data(), b.weight.data(), pixel, rate);
   if (f.bgr.empty()) return updated;
   const uint8_t* bgr_data = f.bgr.ptr<uint8_t>();
   for (int n = 0; n < kBlockVoxels; ++n) {
@@ -163,6 +165,9 @@ IntegrationStats TsdfVolume::integrate(const DepthFrame& input) {
     return stats;
   // Colour is used when it matches the depth pixel for pixel.
   DepthFrame frame = input;
+  if (!frame.confidence.empty() &&
+      (frame.confidence.size() != frame.depth_m.size() || frame.confidence.type() != CV_32F))
+    frame.confidence.release();
   if (!frame.bgr.empty() && (frame.bgr.size() != frame.depth_m.size() || frame.bgr.type() != CV_8UC3))
     frame.bgr.release();
   else if (!frame.bgr.isContinuous())

@@ -41,18 +41,22 @@ struct VoxelBlock {
 
 struct TsdfParameters {
   float voxel_m = 0.05f;
-  float truncation_vox = 4.f;   ///< truncation distance in voxels
-  float min_depth_m = 0.f;      ///< depth nearer than this is not fused
-  float max_depth_m = 5.f;      ///< depth farther than this (the range) is not fused
-  float max_weight = 100.f;     ///< cap of the running average's weight
-  float chunk_target_m = 1.5f;  ///< chunk side, rounded to whole blocks
-  float edge_jump = 0.02f;      ///< depth step to a neighbour, relative, that marks a depth edge
+  float truncation_vox = 4.f;        ///< truncation distance in voxels
+  float min_depth_m = 0.f;           ///< depth nearer than this is not fused
+  float max_depth_m = 5.f;           ///< depth farther than this (the range) is not fused
+  float max_weight = 100.f;          ///< cap of the running average's weight
+  float chunk_target_m = 1.5f;       ///< chunk side, rounded to whole blocks
+  float edge_jump = 0.02f;           ///< depth step to a neighbour, relative, that marks a depth edge
+  float max_confidence = 100.f;      ///< pixels whose confidence value (1 sure .. 100 unsure) is higher are not fused
+  bool weigh_by_confidence = false;  ///< a pixel's measurement weighs less the higher its confidence value
 };
 
-/// One depth frame to fuse. `depth_m`: CV_32F, NaN or 0 where invalid; `bgr`: CV_8UC3 of the same
+/// One depth frame to fuse. `depth_m`: CV_32F, NaN or 0 where invalid; `confidence`: CV_32F of the
+/// same size, 1 (sure) .. 100 (unsure), or empty (every pixel sure); `bgr`: CV_8UC3 of the same
 /// size, or empty. Pinhole intrinsics of that image.
 struct DepthFrame {
   cv::Mat depth_m;
+  cv::Mat confidence;
   cv::Mat bgr;
   Eigen::Matrix4f T_world_camera = Eigen::Matrix4f::Identity();
   double fx = 0, fy = 0, cx = 0, cy = 0;

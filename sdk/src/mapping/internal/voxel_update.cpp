@@ -6,8 +6,8 @@
 namespace pv::internal {
 
 PV_WIDE_VECTOR_CLONES
-int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
-                      float* rate) {
+int updateBlockVoxels(const BlockProjection& p, const float* depth, const float* pixel_weight, float* tsdf,
+                      float* weight, int* pixel, float* rate) {
   const float fw = float(p.width), fh = float(p.height);
   // Three passes, so that the projection and the update vectorise: the projection of each voxel,
   // the gather of the depth under it, the running averages.
@@ -28,9 +28,13 @@ int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf,
       }
     }
   }
-  alignas(32) float ds[kBlockVoxels];
+  alignas(32) float ds[kBlockVoxels], ws[kBlockVoxels];
   for (int n = 0; n < kBlockVoxels; ++n) ds[n] = depth[pixel[n]];
-  const float wn = p.weight, max_weight = p.max_weight, scale = p.scale;
+  if (pixel_weight)
+    for (int n = 0; n < kBlockVoxels; ++n) ws[n] = p.weight * pixel_weight[pixel[n]];
+  else
+    for (int n = 0; n < kBlockVoxels; ++n) ws[n] = p.weight;
+  const float max_weight = p.max_weight, scale = p.scale;
   int updated = 0;
   for (int n = 0; n < kBlockVoxels; ++n) {
     // Signed distance along the ray through the voxel, in truncation units.
@@ -38,9 +42,10 @@ int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf,
     // Free space seen again where only free space was seen: nothing to average. (Everything is
     // computed and then selected, so that the loop has no branch.)
     const bool settled = (value >= 1.f) & (tsdf[n] >= 1.f) & (weight[n] > 0.f);
-    const bool update = (ds[n] > 0.f) & (value >= -1.f) & !settled;
+    const float wn = ws[n];
+    const bool update = (ds[n] > 0.f) & (wn > 0.f) & (value >= -1.f) & !settled;
     const float total = weight[n] + wn;
-    const float ratio = wn / total;
+    const float ratio = total > 0.f ? wn / total : 0.f;
     const float a = update ? ratio : 0.f;
     const float clipped = value < 1.f ? value : 1.f;
     const float capped = total < max_weight ? total : max_weight;

@@ -18,10 +18,12 @@ struct BlockProjection {
 
 /// Fuses `depth` (continuous, 0 where not fused, `outside` addressing a 0) into the block's 512
 /// voxels: signed distances in truncation units and weights, voxel (i, j, k) at i + 8 j + 64 k.
+/// `pixel_weight` (laid out as `depth`, or null for 1 everywhere) scales each pixel's
+/// measurement weight.
 /// Writes per voxel the pixel it projects to (`outside` if none) and the rate at which its colour
 /// follows that pixel (0: the voxel is not near the surface or was not updated). Returns the
 /// number of voxels updated.
-int updateBlockVoxels(const BlockProjection& p, const float* depth, float* tsdf, float* weight, int* pixel,
-                      float* rate);
+int updateBlockVoxels(const BlockProjection& p, const float* depth, const float* pixel_weight, float* tsdf,
+                      float* weight, int* pixel, float* rate);
 
 }  // namespace pv::internal
