@@ -5,7 +5,9 @@
 // same bytes as the portable kernel (remap_kernel.inc), which fetches each pixel's neighbours one
 // by one and on these CPUs is several times slower (bench_remap shows them side by side).
 // GCC 12 takes the intrinsics' deliberately undefined start values for uninitialised reads.
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
 

@@ -43,7 +43,7 @@ constexpr const char* kBaselineName = "baseline";
 const std::vector<RemapKernel>& remapKernels() {
   static const std::vector<RemapKernel> all = [] {
     std::vector<RemapKernel> k{{remap_baseline::rows, remap_baseline::bgrGrayRows, kBaselineName, true}};
-#if defined(PV_REMAP_ISA_BUILDS)  // x86-64 with GCC: the AVX2 build of the portable kernel, and AVX-512's
+#if defined(PV_REMAP_ISA_BUILDS)  // x86-64 with GCC or clang: the AVX2 build of the portable kernel, and AVX-512's
     k.push_back({remap_avx2::rows, remap_avx2::bgrGrayRows, "AVX2", cpuRuns(CpuLevel::kAvx2)});
     k.push_back({remap_kernels::avx512Rows, remap_kernels::avx512BgrGrayRows, "AVX-512", cpuRuns(CpuLevel::kAvx512)});
 #endif

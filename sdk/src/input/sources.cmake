@@ -9,7 +9,7 @@ target_sources(pv_pavo PRIVATE
 target_sources(pv_pavo PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/remap_table.cpp
   ${CMAKE_CURRENT_LIST_DIR}/remap_kernel_baseline.cpp)
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   target_sources(pv_pavo PRIVATE ${CMAKE_CURRENT_LIST_DIR}/remap_kernel_avx2.cpp ${CMAKE_CURRENT_LIST_DIR}/remap_avx512.cpp)
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/remap_avx512.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v4")
   set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/remap_kernel_avx2.cpp PROPERTIES COMPILE_OPTIONS "-march=x86-64-v3")
