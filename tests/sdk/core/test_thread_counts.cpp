@@ -53,7 +53,7 @@ const std::string& recording() {
     o.frames = kFrames;
     o.fps = 8;  // a few keyframes within the short recording
     o.resolution = RESOLUTION::VGA;
-    o.codec = KTR_COMPRESSION_MODE::LOSSLESS;
+    o.codec = KTR_COMPRESSION_MODE::MJPEG;  // the quickest to decode, for the many scans
     const std::string p = mapura::test::scratchDir("thread_counts") + "/room.ktr";
     EXPECT_EQ(internal::synth::synthesize(o, p), ERROR_CODE::SUCCESS);
     return p;
