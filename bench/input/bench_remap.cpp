@@ -1,5 +1,6 @@
-// Rectification's resampling of one HD720 eye: our table's kernel beside cv::remap (with the colour
-// conversions the same output needs) in the same run, median milliseconds per call.
+// Rectification's resampling of one HD720 eye: each of our table's kernels the CPU runs beside
+// cv::remap (with the colour conversions the same output needs) in the same run, median
+// milliseconds per call.
 //
 //   bench_remap [--reps N] [--threads T]      defaults: 200 calls per figure, one thread
 #include <algorithm>
@@ -63,14 +64,25 @@ int main(int argc, char** argv) {
   cv::Mat gray_eye;
   cv::cvtColor(eye, gray_eye, cv::COLOR_BGRA2GRAY);
 
-  std::printf("vectors: %s; table kernel: %s; %d thread(s), %d calls per figure, HD720 eye\n",
-              pv::internal::cpuLevelName(), pv::internal::RemapTable::vectorised() ? "vector" : "cv::remap", threads,
-              reps);
-  std::printf("%-22s %10s %12s %8s\n", "output", "ours ms", "OpenCV ms", "ratio");
+  std::printf("vectors: %s; %d thread(s), %d calls per figure, HD720 eye, median ms per call\n",
+              pv::internal::cpuLevelName(), threads, reps);
+  std::vector<int> kernels;
+  std::printf("%-22s", "output");
+  for (int k = 0; k < 3; ++k)
+    if (pv::internal::RemapTable::kernelRuns(k)) {
+      kernels.push_back(k);
+      std::printf(" %24s", pv::internal::RemapTable::kernelName(k));
+    }
+  std::printf(" %12s\n", "OpenCV");
   cv::Mat bgr, gray, out, tmp;
   const auto row = [&](const char* name, const std::function<void()>& ours, const std::function<void()>& opencv) {
-    const double a = medianMs(reps, ours), b = medianMs(reps, opencv);
-    std::printf("%-22s %10.3f %12.3f %8.2f\n", name, a, b, b / a);
+    std::printf("%-22s", name);
+    for (const int k : kernels) {
+      table.useKernel(k);
+      std::printf(" %24.3f", medianMs(reps, ours));
+    }
+    table.useKernel(-1);
+    std::printf(" %12.3f\n", medianMs(reps, opencv));
   };
   row(
       "BGR + grey (left eye)", [&] { table.applyBgrGray(eye, bgr, gray); },

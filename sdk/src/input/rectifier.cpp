@@ -100,16 +100,13 @@ cv::Mat Rectifier::eye(const cv::Mat& sbs, int eye) const {
 void Rectifier::apply(const cv::Mat& sbs, cv::Mat& left, cv::Mat& left_gray, cv::Mat& right_gray) {
   if (sbs.channels() == 4) {
     left_table_.applyBgrGray(eye(sbs, 0), left, left_gray);
-  } else {
-    left_table_.apply(eye(sbs, 0), left);
-    cv::cvtColor(left, left_gray, cv::COLOR_BGR2GRAY);
-  }
-  if (sbs.channels() == 4 && RemapTable::vectorised()) {
     right_table_.applyGray(eye(sbs, 1), right_gray);
     return;
   }
+  left_table_.apply(eye(sbs, 0), left);
+  cv::cvtColor(left, left_gray, cv::COLOR_BGR2GRAY);
   // Grey before rectification: a third of the pixels to interpolate.
-  cv::cvtColor(eye(sbs, 1), raw_gray_, sbs.channels() == 4 ? cv::COLOR_BGRA2GRAY : cv::COLOR_BGR2GRAY);
+  cv::cvtColor(eye(sbs, 1), raw_gray_, cv::COLOR_BGR2GRAY);
   right_table_.apply(raw_gray_, right_gray);
 }
 

@@ -1,9 +1,13 @@
 // The rectification's bilinear kernel for AVX-512 (built with -march=x86-64-v4, run only where
 // the CPU has it). Per 16 output pixels it gathers the two source rows' neighbour pairs (or, for
 // BGRA, picks them out of a window of whole source rows loaded at once), blends them horizontally
-// with byte multiply-adds and vertically with rounded 16-bit products.
+// with byte multiply-adds and vertically with rounded 16-bit products: kernelBlend's numbers, the
+// same bytes as the portable kernel (remap_kernel.inc), which fetches each pixel's neighbours one
+// by one and on these CPUs is several times slower (bench_remap shows them side by side).
 // GCC 12 takes the intrinsics' deliberately undefined start values for uninitialised reads.
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
 
@@ -66,7 +70,7 @@ void grayRow(const uint32_t* xy, const uint8_t* fx, const uint8_t* fy, int width
   }
   for (; x < width; ++x) {
     const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + (xy[x] & 0xFFFF);
-    dst[x] = uint8_t(bilinearBlend(p[0], p[1], p[step], p[step + 1], fx[x], fy[x]));
+    dst[x] = uint8_t(kernelBlend(p[0], p[1], p[step], p[step + 1], fx[x], fy[x]));
   }
 }
 
@@ -169,8 +173,7 @@ void bgraRow(const Tables& t, int y, const uint8_t* src, int step, uint8_t* bgra
   for (; x < width; ++x) {
     const uint8_t* p = src + (xy[x] >> 16) * size_t(step) + 4 * (xy[x] & 0xFFFF);
     uint8_t v[4];
-    for (int c = 0; c < 4; ++c)
-      v[c] = uint8_t(bilinearBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
+    for (int c = 0; c < 4; ++c) v[c] = uint8_t(kernelBlend(p[c], p[4 + c], p[step + c], p[step + 4 + c], fx[x], fy[x]));
     if (kOut == Out::kBgra) {
       std::memcpy(bgra + 4 * x, v, 4);
       continue;

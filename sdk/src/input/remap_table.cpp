@@ -3,16 +3,71 @@
 #include <algorithm>
 #include <cstring>
 #include <opencv2/imgproc.hpp>
+#include <vector>
 
 #include "core/internal/cpu_features.h"
+
 namespace pv::internal {
 
-bool RemapTable::vectorised() {
-#if defined(PV_REMAP_AVX512)
-  return cpuRuns(CpuLevel::kAvx512);
-#else
-  return false;
+#define PV_DECLARE_REMAP_KERNEL(isa)                                                                                   \
+  namespace isa {                                                                                                      \
+  void rows(const remap_kernels::Tables& t, const uint8_t* src, size_t src_step, int channels, uint8_t* dst,           \
+            size_t dst_step, int y0, int y1);                                                                          \
+  void bgrGrayRows(const remap_kernels::Tables& t, const uint8_t* src, size_t src_step, uint8_t* bgr, size_t bgr_step, \
+                   uint8_t* gray, size_t gray_step, int y0, int y1);                                                   \
+  }
+PV_DECLARE_REMAP_KERNEL(remap_baseline)
+#if defined(PV_REMAP_ISA_BUILDS)
+PV_DECLARE_REMAP_KERNEL(remap_avx2)
 #endif
+#undef PV_DECLARE_REMAP_KERNEL
+
+namespace {
+
+struct RemapKernel {
+  decltype(&remap_baseline::rows) rows;
+  decltype(&remap_baseline::bgrGrayRows) bgr_gray_rows;
+  const char* name;
+  bool runs;
+};
+
+#if defined(__x86_64__)
+constexpr const char* kBaselineName = "x86-64 baseline (SSE2)";
+#elif defined(__aarch64__) && defined(__ARM_NEON)
+constexpr const char* kBaselineName = "arm64 NEON";
+#else
+constexpr const char* kBaselineName = "baseline";
+#endif
+
+// In order of preference, with whether the running CPU has what each needs.
+const std::vector<RemapKernel>& remapKernels() {
+  static const std::vector<RemapKernel> all = [] {
+    std::vector<RemapKernel> k{{remap_baseline::rows, remap_baseline::bgrGrayRows, kBaselineName, true}};
+#if defined(PV_REMAP_ISA_BUILDS)  // x86-64 with GCC or clang: the AVX2 build of the portable kernel, and AVX-512's
+    k.push_back({remap_avx2::rows, remap_avx2::bgrGrayRows, "AVX2", cpuRuns(CpuLevel::kAvx2)});
+    k.push_back({remap_kernels::avx512Rows, remap_kernels::avx512BgrGrayRows, "AVX-512", cpuRuns(CpuLevel::kAvx512)});
+#endif
+    return k;
+  }();
+  return all;
+}
+
+/// Kernel `wanted`, or the best one the CPU runs for -1; null when it does not run here.
+const RemapKernel* pickKernel(int wanted) {
+  const std::vector<RemapKernel>& all = remapKernels();
+  if (wanted >= 0) return wanted < int(all.size()) && all[size_t(wanted)].runs ? &all[size_t(wanted)] : nullptr;
+  for (auto it = all.rbegin(); it != all.rend(); ++it)
+    if (it->runs) return &*it;
+  return &all.front();
+}
+
+}  // namespace
+
+bool RemapTable::kernelRuns(int kernel) { return kernel >= 0 && pickKernel(kernel) != nullptr; }
+
+const char* RemapTable::kernelName(int kernel) {
+  const RemapKernel* k = pickKernel(kernel);
+  return k ? k->name : "not built or not run by this CPU";
 }
 
 void RemapTable::build(const cv::Mat& map_xy, const cv::Mat& map_fraction, cv::Size source_size) {
@@ -112,22 +167,22 @@ void RemapTable::fixBorder(const cv::Mat& src, int y0, int y1, Put put) const {
 void RemapTable::apply(const cv::Mat& src, cv::Mat& dst) const {
   CV_Assert(!map_xy_.empty() && src.size() == source_size_ && src.depth() == CV_8U);
   const int cn = src.channels();
-  if (!vectorised() || (cn != 1 && cn != 4)) {
+  if (cn != 1 && cn != 4) {
     cv::remap(src, dst, map_xy_, map_fraction_, cv::INTER_LINEAR);
     return;
   }
-#if defined(PV_REMAP_AVX512)  // vectorised() is false in a build without the kernel
+  const RemapKernel* kernel = pickKernel(kernel_);
+  CV_Assert(kernel != nullptr);
   dst.create(map_xy_.size(), src.type());
   cv::parallel_for_(
       cv::Range(0, dst.rows),
       [&](const cv::Range& rows) {
-        remap_kernels::avx512Rows(tables(), src.data, src.step, cn, dst.data, dst.step, rows.start, rows.end);
+        kernel->rows(tables(), src.data, src.step, cn, dst.data, dst.step, rows.start, rows.end);
         fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
           std::memcpy(dst.ptr<uint8_t>(y) + x * cn, value, size_t(cn));
         });
       },
       8);
-#endif
 }
 
 void RemapTable::applyBgrGray(const cv::Mat& src, cv::Mat& bgr, cv::Mat& gray) const { bgrGray(src, &bgr, gray); }
@@ -136,28 +191,21 @@ void RemapTable::applyGray(const cv::Mat& src, cv::Mat& gray) const { bgrGray(sr
 
 void RemapTable::bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const {
   CV_Assert(!map_xy_.empty() && src.size() == source_size_ && src.type() == CV_8UC4);
-  if (!vectorised()) {
-    cv::Mat bgra, bgr_only;
-    cv::remap(src, bgra, map_xy_, map_fraction_, cv::INTER_LINEAR);
-    cv::cvtColor(bgra, bgr ? *bgr : bgr_only, cv::COLOR_BGRA2BGR);
-    cv::cvtColor(bgr ? *bgr : bgr_only, gray, cv::COLOR_BGR2GRAY);
-    return;
-  }
-#if defined(PV_REMAP_AVX512)
+  const RemapKernel* kernel = pickKernel(kernel_);
+  CV_Assert(kernel != nullptr);
   if (bgr) bgr->create(map_xy_.size(), CV_8UC3);
   gray.create(map_xy_.size(), CV_8UC1);
   cv::parallel_for_(
       cv::Range(0, gray.rows),
       [&](const cv::Range& rows) {
-        remap_kernels::avx512BgrGrayRows(tables(), src.data, src.step, bgr ? bgr->data : nullptr, bgr ? bgr->step : 0,
-                                         gray.data, gray.step, rows.start, rows.end);
+        kernel->bgr_gray_rows(tables(), src.data, src.step, bgr ? bgr->data : nullptr, bgr ? bgr->step : 0, gray.data,
+                              gray.step, rows.start, rows.end);
         fixBorder(src, rows.start, rows.end, [&](int x, int y, const uint8_t* value) {
           if (bgr) std::memcpy(bgr->ptr<uint8_t>(y) + 3 * x, value, 3);
           gray.ptr<uint8_t>(y)[x] = grayOfBgr(value[0], value[1], value[2]);
         });
       },
       8);
-#endif
 }
 
 }  // namespace pv::internal

@@ -3,6 +3,8 @@
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
 
 #include "input/internal/remap_table.h"
 
@@ -30,41 +32,57 @@ TEST(RemapTable, ResamplesLikeOpenCvInsideAndOnTheBorder) {
   cv::Mat gray, bgr;
   cv::cvtColor(eye, gray, cv::COLOR_BGRA2GRAY);
   cv::cvtColor(eye, bgr, cv::COLOR_BGRA2BGR);
-  int outside = 0;
-  for (const cv::Mat& src : {eye, gray, bgr}) {
-    cv::Mat ours, reference;
-    table.apply(src, ours);
-    cv::remap(src, reference, map_xy, map_fraction, cv::INTER_LINEAR);
-    ASSERT_EQ(ours.type(), src.type());
-    ASSERT_EQ(ours.size(), size);
-    cv::Mat diff;
-    cv::absdiff(ours, reference, diff);
-    diff = diff.reshape(1);
-    EXPECT_LE(cv::norm(diff, cv::NORM_INF), 1.0) << src.channels() << " channels";
-    EXPECT_LT(cv::mean(diff)[0], 0.05) << src.channels() << " channels";
-    outside = cv::countNonZero(reference.reshape(1) == 0);
-  }
-  EXPECT_GT(outside, 1000);  // the border really was exercised
+  // Every kernel this CPU runs, each within a level of cv::remap and all giving the same bytes.
+  std::vector<cv::Mat> first;  // the baseline kernel's outputs
+  for (int kernel = 0; kernel < 3; ++kernel) {
+    if (!RemapTable::kernelRuns(kernel)) continue;
+    table.useKernel(kernel);
+    const std::string name = RemapTable::kernelName(kernel);
+    std::vector<cv::Mat> outputs;
+    int outside = 0;
+    for (const cv::Mat& src : {eye, gray, bgr}) {
+      cv::Mat ours, reference;
+      table.apply(src, ours);
+      cv::remap(src, reference, map_xy, map_fraction, cv::INTER_LINEAR);
+      ASSERT_EQ(ours.type(), src.type()) << name;
+      ASSERT_EQ(ours.size(), size) << name;
+      cv::Mat diff;
+      cv::absdiff(ours, reference, diff);
+      diff = diff.reshape(1);
+      EXPECT_LE(cv::norm(diff, cv::NORM_INF), 1.0) << name << ", " << src.channels() << " channels";
+      EXPECT_LT(cv::mean(diff)[0], 0.05) << name << ", " << src.channels() << " channels";
+      outside = cv::countNonZero(reference.reshape(1) == 0);
+      outputs.push_back(ours);
+    }
+    EXPECT_GT(outside, 1000);  // the border really was exercised
 
-  // BGR and grey at once: the BGR within a level of cv::remap's, the grey exactly cvtColor's of it.
-  cv::Mat bgr_ours, gray_ours, reference;
-  table.applyBgrGray(eye, bgr_ours, gray_ours);
-  cv::remap(bgr, reference, map_xy, map_fraction, cv::INTER_LINEAR);
-  ASSERT_EQ(bgr_ours.type(), CV_8UC3);
-  ASSERT_EQ(gray_ours.size(), size);
-  EXPECT_LE(cv::norm(bgr_ours, reference, cv::NORM_INF), 1.0);
-  cv::Mat gray_of_ours;
-  cv::cvtColor(bgr_ours, gray_of_ours, cv::COLOR_BGR2GRAY);
-  EXPECT_EQ(cv::norm(gray_ours, gray_of_ours, cv::NORM_INF), 0.0);
-  cv::Mat gray_alone;
-  table.applyGray(eye, gray_alone);
-  EXPECT_EQ(cv::norm(gray_alone, gray_ours, cv::NORM_INF), 0.0);
+    // BGR and grey at once: the BGR within a level of cv::remap's, the grey exactly cvtColor's of it.
+    cv::Mat bgr_ours, gray_ours, reference;
+    table.applyBgrGray(eye, bgr_ours, gray_ours);
+    cv::remap(bgr, reference, map_xy, map_fraction, cv::INTER_LINEAR);
+    ASSERT_EQ(bgr_ours.type(), CV_8UC3) << name;
+    ASSERT_EQ(gray_ours.size(), size) << name;
+    EXPECT_LE(cv::norm(bgr_ours, reference, cv::NORM_INF), 1.0) << name;
+    cv::Mat gray_of_ours;
+    cv::cvtColor(bgr_ours, gray_of_ours, cv::COLOR_BGR2GRAY);
+    EXPECT_EQ(cv::norm(gray_ours, gray_of_ours, cv::NORM_INF), 0.0) << name;
+    cv::Mat gray_alone;
+    table.applyGray(eye, gray_alone);
+    EXPECT_EQ(cv::norm(gray_alone, gray_ours, cv::NORM_INF), 0.0) << name;
+    outputs.push_back(bgr_ours);
+    outputs.push_back(gray_ours);
+    if (first.empty()) first = outputs;
+    for (size_t i = 0; i < outputs.size(); ++i)
+      EXPECT_EQ(cv::norm(outputs[i], first[i], cv::NORM_INF), 0.0) << name << " against the baseline, output " << i;
+  }
+  EXPECT_FALSE(first.empty());
+  table.useKernel(-1);
   // Blocks read through windows and blocks gathered pixel by pixel both took part.
   const int blocks = (size.width / 16) * size.height;
   EXPECT_GT(table.windowBlocks(), blocks / 4);
   EXPECT_LT(table.windowBlocks(), blocks * 3 / 4);
-  std::printf("vector kernel: %s, %d of %d blocks through windows\n",
-              RemapTable::vectorised() ? "yes" : "no (cv::remap)", table.windowBlocks(), blocks);
+  std::printf("kernel: %s, %d of %d blocks through windows\n", RemapTable::kernelName(-1), table.windowBlocks(),
+              blocks);
 }
 
 TEST(RemapTable, MildDistortionReadsAlmostEverythingThroughWindows) {

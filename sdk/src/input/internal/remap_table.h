@@ -23,7 +23,7 @@ struct Tables {
   int width, height;
 };
 
-/// Rows y0 .. y1 - 1 of the vector kernel (remap_avx512.cpp) for 1 or 4 channels.
+/// Rows y0 .. y1 - 1 of the AVX-512 kernel (remap_avx512.cpp) for 1 or 4 channels.
 void avx512Rows(const Tables& t, const uint8_t* src, size_t src_step, int channels, uint8_t* dst, size_t dst_step,
                 int y0, int y1);
 /// The same for a BGRA source written as BGR (unless `bgr` is null) and grey.
@@ -34,8 +34,10 @@ void avx512BgrGrayRows(const Tables& t, const uint8_t* src, size_t src_step, uin
 
 /// Built from OpenCV's fixed-point maps (CV_16SC2 whole pixels, CV_16UC1 5-bit fractions), it
 /// resamples like cv::remap with INTER_LINEAR and a constant black border, to within one grey
-/// level. Grey and BGRA images take a vector kernel where the CPU has AVX-512; anything else goes
-/// through cv::remap.
+/// level. Grey and BGRA images go through a vector kernel, the best the CPU runs picked at run
+/// time: AVX-512 intrinsics (remap_avx512.cpp), or plain C++ the compiler vectorises
+/// (remap_kernel.inc) built for AVX2 and for the baseline (SSE2 on x86-64, NEON on arm64). Every
+/// kernel gives the same bytes. Anything else goes through cv::remap.
 class RemapTable {
  public:
   /// `source_size`: the size of the images the map reads from.
@@ -49,8 +51,13 @@ class RemapTable {
   /// Blocks of 16 output pixels whose sources lie in one window of two rows and 32 pixels, read
   /// without gathers by the BGRA kernel (for tests and figures).
   int windowBlocks() const;
-  /// Whether the vector kernel runs on this CPU (else apply is cv::remap).
-  static bool vectorised();
+  /// The kernel used: 0 the baseline, 1 AVX2, 2 AVX-512; -1 (the default) the best this CPU runs.
+  /// Tests and benchmarks compare them.
+  void useKernel(int kernel) { kernel_ = kernel; }
+  /// Whether kernel `kernel` is built and runs on this CPU.
+  static bool kernelRuns(int kernel);
+  /// The instruction set of kernel `kernel` (-1: the one used by default), for people.
+  static const char* kernelName(int kernel);
 
  private:
   /// Redoes the pixels whose neighbours leave the source, in rows y0 .. y1 - 1; `put(x, y, value)`
@@ -62,6 +69,7 @@ class RemapTable {
   /// The BGRA kernel into BGR (when `bgr` is not null) and grey.
   void bgrGray(const cv::Mat& src, cv::Mat* bgr, cv::Mat& gray) const;
   remap_kernels::Tables tables() const;
+  int kernel_ = -1;
 
   cv::Mat map_xy_, map_fraction_;
   cv::Size source_size_;
@@ -80,6 +88,14 @@ class RemapTable {
 inline int bilinearBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
   const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
   return (top * (32 - fy) + bottom * fy + 512) >> 10;
+}
+
+/// What the vector kernels compute for one channel, within a grey level of bilinearBlend: the
+/// neighbours blended across into 1/32 steps (exact), then down with the product rounded, then back
+/// to grey levels, rounded (a rounded high product, x86's pmulhrsw, does the step down).
+inline int kernelBlend(int p00, int p01, int p10, int p11, int fx, int fy) {
+  const int top = p00 * (32 - fx) + p01 * fx, bottom = p10 * (32 - fx) + p11 * fx;
+  return (top + (((bottom - top) * fy + 16) >> 5) + 16) >> 5;
 }
 
 /// Grey level of a BGR pixel, exactly as cv::cvtColor computes it for 8-bit images.
