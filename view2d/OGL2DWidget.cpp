@@ -85,9 +85,9 @@ void OGL2DWidget::InitGLProcess(CUctx_st*& context, pv::Mat& frameBuffer) {
     qWarning().noquote() << "OGL2DWidget: the frame buffer must be a U8_C4 image, got" << image_.getInfos().c_str();
     return;
   }
-  const bool device_memory = image_.getMemoryType() != pv::MEM::CPU && !image_.isGPUHostBacked();
   interop_ = std::move(next_interop_);
 #ifdef MAPURA_VIEW2D_CUDA
+  const bool device_memory = image_.getMemoryType() != pv::MEM::CPU && !image_.isGPUHostBacked();
   if (!interop_ && device_memory && cuda_context_ != nullptr) interop_ = view2d::makeCudaTextureInterop();
 #endif
   if (image_.getMemoryType() == pv::MEM::CPU) interop_.reset();
