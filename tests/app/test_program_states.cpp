@@ -20,37 +20,6 @@ TEST(ProgramStates, ResetClearsEverySlotIncludingZero) {
     EXPECT_TRUE(ProgramStates::qstringAttr(k).value().isEmpty()) << k;
 }
 
-TEST(ProgramStates, KeysAreDistinctStoresWithTheDocumentedNumbers) {
-  EXPECT_EQ(ProgramStates::OFFLINE_MODE, 9);
-  EXPECT_EQ(ProgramStates::MAP_REQUEST_ALLOWED, 8);
-  EXPECT_EQ(ProgramStates::DEPTH_MODE, 3);
-  EXPECT_EQ(ProgramStates::MESHES_DIR, 5);
-  ProgramStates::resetStates();
-  ProgramStates::setBoolAttr(ProgramStates::MAP_UPDATE_READY, true);
-  EXPECT_FALSE(ProgramStates::getBoolAttr(ProgramStates::MAP_REQUEST_ALLOWED));
-  ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 2);
-  EXPECT_EQ(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 0);
-  // The same key number in another type is another value.
-  EXPECT_FALSE(ProgramStates::getBoolAttr(2));
-}
-
-TEST(ProgramStates, SwitchAndInPlaceAccess) {
-  ProgramStates::resetStates();
-  ProgramStates::switchBoolAttr(ProgramStates::DRAW_EDGES);
-  EXPECT_TRUE(ProgramStates::getBoolAttr(ProgramStates::DRAW_EDGES));
-  ProgramStates::switchBoolAttr(ProgramStates::DRAW_EDGES);
-  ProgramStates::switchBoolAttr(ProgramStates::DRAW_EDGES);
-  ProgramStates::switchBoolAttr(ProgramStates::DRAW_EDGES);
-  EXPECT_FALSE(ProgramStates::getBoolAttr(ProgramStates::DRAW_EDGES));
-
-  ProgramStates::intAttr(ProgramStates::MESH_DISPLAY_MODE) = 3;
-  EXPECT_EQ(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 3);
-  ProgramStates::intAttr(ProgramStates::MESH_DISPLAY_MODE)++;
-  EXPECT_EQ(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 4);
-  ProgramStates::doubleAttr(ProgramStates::POINT_SIZE) = 1.5;
-  EXPECT_EQ(ProgramStates::getDoubleAttr(ProgramStates::POINT_SIZE), 1.5);
-}
-
 // The worker sets the status text while the spinner copies it on every frame. Each text is a new
 // string, so an unguarded store frees what a reader may be copying (a ThreadSanitizer build
 // reports the race; a plain build may crash).

@@ -1,4 +1,4 @@
-// Helpers shared by the tests: where the shared data sets are, scratch folders.
+// Helpers shared by the tests: where the shared data sets are, scratch folders, file bytes.
 #pragma once
 
 #include <string>
@@ -15,6 +15,12 @@ std::string sharedDataPath(const std::string& relative);
 /// parallel processes); emptied again at the next call with the same name, removed at exit
 /// unless MAPURA_KEEP_SCRATCH is set.
 std::string scratchDir(const std::string& name);
+
+/// The bytes of a file (empty when it cannot be read).
+std::string readFileBytes(const std::string& path);
+
+/// Writes `bytes` as the whole of the file at `path`.
+void writeFileBytes(const std::string& path, const std::string& bytes);
 
 /// What a command-line program printed (stdout and stderr) and its exit status.
 struct CommandRun {

@@ -1,7 +1,5 @@
-// The main window: start-up state, mapping-parameter controls, phase machine, status displays,
-// view options and the absolute layout.
-#include <pv/types.h>
-
+// The main window: the map-type controls, the phase machine, the recording's name and the
+// absolute layout.
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -38,85 +36,16 @@ class TestGui : public QObject {
   void init() { freshWindow(); }
   void cleanup() { gui.reset(); }
 
-  void startUpState();
-  void sliderBoundsAndLabels();
-  void rangeAutoAndManual();
-  void memorySteps();
   void mapTypeGreysAndUnchecks();
   void phaseTableLive();
   void phaseTableOffline();
   void phaseOneShowsPointSizeForPointClouds();
   void resetStateRestoresPhaseZero();
-  void trackStateTextsAndColours();
   void showKtrShortAndElided();
-  void incrementKtrStopsAtMaximum();
-  void viewOptionsWriteStore();
   void geometryAfterResizes();
   void headerLogoIsDrawnInBlack();
-  void openPropCentresOnce();
   void windowEvents();
 };
-
-void TestGui::startUpState() {
-  QCOMPARE(gui->windowTitle(), QString("Mapura"));
-  QCOMPARE(gui->phase(), 0);
-  QVERIFY(!gui->processing);
-  QVERIFY(!gui->startButton->isEnabled());
-  // The depth mode the worker will use is the selector's index plus one.
-  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::DEPTH_MODE), gui->depthModeBox->currentIndex() + 1);
-  // Automatic values: presets shown, sliders hidden.
-  QVERIFY(gui->resolutionSlider->isHidden() && gui->rangeSlider->isHidden());
-  QVERIFY(!gui->resolutionPresetBox->isHidden() && !gui->rangePresetBox->isHidden());
-}
-
-void TestGui::sliderBoundsAndLabels() {
-  for (int i = 0; i < 3; ++i) {
-    gui->resolutionPresetBox->setCurrentIndex(i);
-    const float metres = pv::SpatialMappingParameters::get(pv::MAPPING_RESOLUTION(i));
-    // Rounded up: never finer than the preset.
-    QVERIFY(gui->resolutionSlider->value() >= metres * 100.f - 1e-4f);
-    QVERIFY(gui->resolutionSlider->value() < metres * 100.f + 1.f);
-  }
-  gui->autoResolutionCheck->setChecked(false);
-  QVERIFY(!gui->resolutionSlider->isHidden());
-  QVERIFY(gui->resolutionPresetBox->isHidden());
-  gui->resolutionSlider->setValue(7);
-  QCOMPARE(gui->resolutionValueLabel->text(), QString("Value: 0.07 M"));
-  // Checking the box again re-applies the preset box's value.
-  gui->autoResolutionCheck->setChecked(true);
-  QVERIFY(gui->resolutionSlider->value() >=
-          pv::SpatialMappingParameters::get(pv::MAPPING_RESOLUTION(2)) * 100.f - 1e-4f);
-  QVERIFY(gui->resolutionSlider->isHidden());
-}
-
-void TestGui::rangeAutoAndManual() {
-  gui->rangePresetBox->setCurrentIndex(3);
-  QCOMPARE(gui->rangeValueLabel->text(), QString("AUTO"));
-  QVERIFY(gui->rangeSlider->isHidden());
-  // Unchecking shows the slider and a value.
-  gui->autoRangeCheck->setChecked(false);
-  QVERIFY(!gui->rangeSlider->isHidden());
-  QVERIFY(gui->rangePresetBox->isHidden());
-  QCOMPARE(gui->rangeValueLabel->text(), "Value: " + QString::number(gui->rangeSlider->value() * 0.1f, 'g', 6) + " M");
-  gui->rangeSlider->setValue(42);
-  QCOMPARE(gui->rangeValueLabel->text(), QString("Value: 4.2 M"));
-  gui->autoRangeCheck->setChecked(true);
-  QCOMPARE(gui->rangeValueLabel->text(), QString("AUTO"));
-  gui->rangePresetBox->setCurrentIndex(1);
-  QCOMPARE(gui->rangeSlider->value(), 50);
-  QCOMPARE(gui->rangeValueLabel->text(), QString("Value: 5 M"));
-}
-
-void TestGui::memorySteps() {
-  QSlider* memory = gui->memorySlider;
-  memory->setValue(1024);
-  memory->triggerAction(QAbstractSlider::SliderSingleStepSub);
-  memory->triggerAction(QAbstractSlider::SliderSingleStepSub);
-  QCOMPARE(gui->memoryValueLabel->text(), QString("512Mo"));  // the lowest step
-  memory->setValue(8192);
-  memory->triggerAction(QAbstractSlider::SliderSingleStepAdd);
-  QCOMPARE(gui->memoryValueLabel->text(), QString("8192Mo"));
-}
 
 void TestGui::mapTypeGreysAndUnchecks() {
   ProgramStates::setIntAttr(ProgramStates::MESH_DISPLAY_MODE, 2);
@@ -178,6 +107,10 @@ void TestGui::phaseTableLive() {
   QVERIFY(!gui->ptSizeSlider->isVisible());
   QVERIFY(!gui->progressWidget->isVisible());
   QVERIFY(gui->trackingBar->isVisible());
+  // Tracking lost: the view no longer follows the camera.
+  gui->trackState(0);
+  QVERIFY(!gui->camLockCheck->isChecked());
+  gui->camLockCheck->setChecked(true);
 
   gui->activeScan();
   QCOMPARE(gui->phase(), 4);
@@ -279,23 +212,6 @@ void TestGui::resetStateRestoresPhaseZero() {
   QCOMPARE(gui->ptSizeValueLabel->text(), QString("1"));
 }
 
-void TestGui::trackStateTextsAndColours() {
-  gui->camLockCheck->setChecked(true);
-  gui->trackState(1);
-  QCOMPARE(gui->trackingValueLabel->text(), QString("<font color=green>OK</font>"));
-  QVERIFY(gui->camLockCheck->isChecked());
-  // Lost: the view no longer follows the camera.
-  gui->trackState(0);
-  QCOMPARE(gui->trackingValueLabel->text(), QString("<font color=red>SEARCHING</font>"));
-  QVERIFY(!gui->camLockCheck->isChecked());
-  // The tens carry the light warning, 30 and more count as high light.
-  gui->trackState(11);
-  QCOMPARE(gui->trackingValueLabel->text(),
-           QString("<font color=green>OK</font><font color=\"orange\">  LOW LIGHT</font>"));
-  gui->trackState(31);
-  QCOMPARE(gui->trackingValueLabel->text(), QString("<font color=></font><font color=\"orange\">  HIGH LIGHT</font>"));
-}
-
 void TestGui::showKtrShortAndElided() {
   QFontMetrics metrics(gui->uiStyle()->font_label);
   gui->ShowKTR("a.ktr", 120);
@@ -323,40 +239,6 @@ void TestGui::showKtrShortAndElided() {
   const QString longer = "KTR : ..." + path.right(tail.size() + 1);
   QVERIFY(metrics.horizontalAdvance(longer) > gui->ktrNameLabel->width());
   QCOMPARE(gui->ktrPosSlider->maximum(), 4);
-}
-
-void TestGui::incrementKtrStopsAtMaximum() {
-  gui->ShowKTR("b.ktr", 3);
-  gui->incrementKTRPos();
-  QCOMPARE(gui->ktrPosSlider->value(), 1);
-  gui->incrementKTRPos();
-  gui->incrementKTRPos();
-  gui->incrementKTRPos();
-  QCOMPARE(gui->ktrPosSlider->value(), 2);
-}
-
-void TestGui::viewOptionsWriteStore() {
-  gui->depthModeBox->setCurrentIndex(0);
-  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::DEPTH_MODE), 1);
-  gui->saveRawMeshCheck->setChecked(true);
-  QVERIFY(ProgramStates::getBoolAttr(ProgramStates::SAVE_RAW_MESH));
-  QVERIFY(!ProgramStates::getBoolAttr(ProgramStates::APPLY_TEXTURE));
-  gui->ptSizeSlider->setValue(25);
-  QCOMPARE(ProgramStates::getDoubleAttr(ProgramStates::POINT_SIZE), 2.5);
-  QCOMPARE(gui->ptSizeValueLabel->text(), QString("2.5"));
-
-  gui->setViewerOptions(1);
-  QTest::mouseClick(gui->facesRadio, Qt::LeftButton, {}, QPoint(7, gui->facesRadio->height() / 2));
-  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 3);
-  QTest::mouseClick(gui->pointsRadio, Qt::LeftButton, {}, QPoint(7, gui->pointsRadio->height() / 2));
-  QCOMPARE(ProgramStates::getIntAttr(ProgramStates::MESH_DISPLAY_MODE), 1);
-
-  gui->camLockCheck->setChecked(true);
-  QVERIFY(ProgramStates::getBoolAttr(ProgramStates::LOCK_CAMERA));
-  gui->camLockCheck->setChecked(false);
-  QVERIFY(!ProgramStates::getBoolAttr(ProgramStates::LOCK_CAMERA));
-  gui->drawEdgesCheck->setChecked(true);
-  QVERIFY(ProgramStates::getBoolAttr(ProgramStates::DRAW_EDGES));
 }
 
 // The absolute layout at several sizes: every control inside the window, the header above the
@@ -411,21 +293,6 @@ void TestGui::headerLogoIsDrawnInBlack() {
   // The recoloured paths cover a good part of the logo box and nothing is drawn around it.
   QVERIFY2(black > logo.width() * logo.height() / 6, qPrintable(QString::number(black)));
   QCOMPARE(edge, 0);
-}
-
-void TestGui::openPropCentresOnce() {
-  gui->resize(1200, 800);
-  QTRY_COMPARE(gui->size(), QSize(1200, 800));
-  QVERIFY(!gui->settingsWindow->isVisible());
-  gui->openProp();
-  QVERIFY(gui->settingsWindow->isVisible());
-  const QPoint expected(gui->x() + gui->width() / 2 - gui->settingsWindow->width() / 2,
-                        gui->y() + gui->height() / 2 - gui->settingsWindow->height() / 2);
-  QTRY_COMPARE(gui->settingsWindow->pos(), expected);
-  gui->settingsWindow->move(3, 3);
-  gui->openProp();  // already visible: stays where it is
-  QTRY_COMPARE(gui->settingsWindow->pos(), QPoint(3, 3));
-  gui->settingsButton->setEnabled(true);
 }
 
 void TestGui::windowEvents() {

@@ -345,57 +345,6 @@ class TestView3DRender : public QObject {
     QVERIFY2(countPixels(edges, edge) > 100, qPrintable(QString::number(countPixels(edges, edge))));
     QVERIFY(near(edges.pixel(kWidth / 2 + 60, kHeight / 2), 120, 220, 20, 2));
   }
-
-  void simpleObjectUploadsOnlyWhenItsSizeChanges() {
-    widget->makeCurrent();
-    Simple3DObject empty(pv::Translation(0.f, 0.f, 0.f), false);
-    empty.draw();  // nothing uploaded, nothing drawn, no error
-    Simple3DObject points(pv::Translation(0.f, 0.f, 0.f), false);
-    points.addPoint(0.f, 0.f, -0.5f, {0, 0, 255});
-    points.pushToGPU();
-    // Same count, other place: the buffers keep the first upload.
-    points.clear();
-    points.addPoint(0.3f, 0.f, -0.5f, {0, 0, 255});
-    points.pushToGPU();
-    QCOMPARE(points.getNumberOfPoints(), size_t(1));
-    // A static object uploads once: two points at the centre, then one elsewhere.
-    Simple3DObject once(pv::Translation(0.f, 0.f, 0.f), true);
-    once.addPoint(0.f, 0.f, -0.5f, {0, 255, 0});
-    once.addPoint(0.f, 0.f, -0.5f, {0, 255, 0});
-    once.pushToGPU();
-    once.clear();
-    once.addPoint(-0.3f, 0.f, -0.5f, {0, 255, 0});
-    once.pushToGPU();
-
-    ProgramStates::setIntAttr(ProgramStates::VIEW_CONTENT, 0);
-    QImage image;
-    // Draw with the widget's point program set up by hand, at the home camera's matrices.
-    widget->updateGL();
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    QGLShaderProgram program(widget->context());
-    program.addShaderFromSourceCode(QGLShader::Vertex, VERTEX_SHADER);
-    program.addShaderFromSourceCode(QGLShader::Fragment, FRAGMENT_SHADER);
-    QVERIFY(program.link());
-    program.bind();
-    widget->getCamera()->update();
-    const pv::Matrix4f mvp = widget->getProjection() * widget->getCamera()->getViewProjectionMatrix();
-    program.setUniformValue("u_mvpMatrix", QMatrix4x4(mvp.data()));
-    program.setUniformValue("pointsize", 9.f);
-    empty.draw();
-    points.draw();
-    program.release();
-    image = widget->grabFrameBuffer().convertToFormat(QImage::Format_RGB32);
-    QVERIFY(near(image.pixel(kWidth / 2, kHeight / 2), 255, 0, 0, 1));  // (0, 0, 255) packs as red
-    QVERIFY(isBackground(image.pixel(kWidth / 2 + 75, kHeight / 2)));
-
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    program.bind();
-    once.draw();
-    program.release();
-    image = widget->grabFrameBuffer().convertToFormat(QImage::Format_RGB32);
-    QVERIFY(near(image.pixel(kWidth / 2, kHeight / 2), 0, 255, 0, 1));
-    QVERIFY(isBackground(image.pixel(kWidth / 2 - 75, kHeight / 2)));
-  }
 };
 
 QTEST_MAIN(TestView3DRender)

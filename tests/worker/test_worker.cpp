@@ -50,29 +50,6 @@ class TestWorker : public QObject {
     resetStates();
   }
 
-  void noLiveCameraGivesMinusOne() {
-    qunsetenv("PAVO_VIRTUAL_CAMERA");
-    InputThreadModul worker;
-    QCOMPARE(worker.initPAVO(true), -1);
-    QCOMPARE(worker.serialNumber(), -1);
-    QVERIFY(!worker.isCameraOpen());
-  }
-
-  void invalidRecordingIsReportedNotOpened() {
-    QTemporaryDir dir;
-    const QString bad = dir.path() + "/bad.ktr";
-    QFile f(bad);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray(4096, 'x'));
-    f.close();
-    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = bad;
-    InputThreadModul worker;
-    const int result = worker.initPAVO(false);
-    QVERIFY(result != 0);
-    QVERIFY(!worker.isCameraOpen());
-    QVERIFY(worker.isKTR());
-  }
-
   void recordingOpensAndFramebufferIsDoubleHeight() {
     REQUIRE_RECORDING();
     ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;

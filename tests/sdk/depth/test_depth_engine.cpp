@@ -124,13 +124,5 @@ TEST(DepthEngine, RefusesBadInputWithAReason) {
   EXPECT_EQ(out.disparity_px.size(), pair.left.size());
 }
 
-TEST(DepthEngine, BaselineMatcherFindsAPlane) {
-  const auto plane = renderStep(kSize, 9.f, 9.f, cv::Rect());
-  const cv::Mat d = baselineSgbmDisparity(plane.left, plane.right, 32);
-  EXPECT_LT(medianError(d, plane.disparity_px, awayFromEdges(plane, 40)), 0.25);
-  EXPECT_EQ(roundDisparityRange(1), 16);
-  EXPECT_EQ(roundDisparityRange(17), 32);
-}
-
 }  // namespace
 }  // namespace pv::internal

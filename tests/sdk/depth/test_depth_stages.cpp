@@ -240,30 +240,6 @@ TEST(DepthStages, ConfidenceFollowsRoughnessAndDisagreement) {
   EXPECT_FLOAT_EQ(c.at<float>(15, 3), 100.f);   // two views disagree
   EXPECT_TRUE(std::isnan(c.at<float>(3, 3)));
 
-  // The spread is that of a 3x3 dilation and erosion of the valid values (holes and the image's
-  // borders take no part), on noise with holes of an odd size.
-  cv::Mat noise(37, 53, CV_32F), noise_lr(37, 53, CV_32F);
-  cv::randu(noise, 0.f, 3.f);
-  cv::randu(noise_lr, 0.f, 3.f);
-  for (int i = 0; i < 200; ++i) noise.at<float>((i * 7) % 37, (i * 13) % 53) = kNaN;
-  noise_lr.at<float>(5, 5) = kNaN;
-  cv::Mat highs = noise.clone(), lows = noise.clone();
-  highs.setTo(-1e9f, invalidMask(noise));
-  lows.setTo(1e9f, invalidMask(noise));
-  cv::dilate(highs, highs, cv::Mat());
-  cv::erode(lows, lows, cv::Mat());
-  const cv::Mat noisy_conf = disparityConfidence(noise, noise_lr);
-  for (int y = 0; y < noise.rows; ++y)
-    for (int x = 0; x < noise.cols; ++x) {
-      const float v = noise.at<float>(y, x), l = noise_lr.at<float>(y, x);
-      float doubt = (highs.at<float>(y, x) - lows.at<float>(y, x)) / 4.f;
-      doubt = std::max(doubt, l == l ? l / 2.f : 0.f);
-      if (v != v)
-        EXPECT_TRUE(std::isnan(noisy_conf.at<float>(y, x)));
-      else
-        EXPECT_NEAR(noisy_conf.at<float>(y, x), 1.f + 99.f * std::min(doubt, 1.f), 1e-4f) << y << " " << x;
-    }
-
   // Weights for the edge-aware filter: sure and consistent 1, doubtful or disagreeing less, none
   // where invalid.
   lr.at<float>(10, 3) = 1.f;

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <opencv2/imgproc.hpp>
 #include <random>
 #include <thread>
@@ -102,12 +100,11 @@ TEST(CameraRecording, GrabSeekGrabReturnsExactlyTheFramesAskedFor) {
 TEST(CameraRecording, DamagedFramesAreReportedWithTheirReasonAndPlaybackGoesOn) {
   // Each damaged frame is its own error, with its reason naming it; the frames after it still play.
   const std::string path = test::smallRecording();
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string bytes = mapura::test::readFileBytes(path);
   std::mt19937 gen(3);
   for (size_t i = bytes.size() * 2 / 5; i < bytes.size() * 3 / 5; ++i) bytes[i] = char(gen());
   const std::string damaged = path + ".damaged.ktr";
-  std::ofstream(damaged, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  mapura::test::writeFileBytes(damaged, bytes);
   Camera camera;
   if (camera.open(recordingParameters(damaged)) != ERROR_CODE::SUCCESS) GTEST_SKIP() << "the damage hit the index";
   int good = 0, corrupted = 0, last_index = -1;

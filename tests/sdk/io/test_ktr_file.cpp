@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <random>
@@ -50,13 +48,8 @@ std::string writeRecording(const std::string& name, KTR_COMPRESSION_MODE mode, i
   return path;
 }
 
-std::string readBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-void writeBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
-}
+using mapura::test::readFileBytes;
+using mapura::test::writeFileBytes;
 
 TEST(KtrFile, LosslessRoundTripKeepsFramesTimestampsAndMetadata) {
   const std::string path = writeRecording("ktr_lossless", KTR_COMPRESSION_MODE::LOSSLESS, 12);
@@ -113,9 +106,9 @@ TEST(KtrFile, SeekingReturnsExactlyTheFrameAskedForInEveryCodec) {
 
 TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
   const std::string path = writeRecording("ktr_truncated", KTR_COMPRESSION_MODE::LOSSLESS, 40);
-  const std::string bytes = readBytes(path);
+  const std::string bytes = readFileBytes(path);
   const std::string cut = path + ".cut.ktr";
-  writeBytes(cut, bytes.substr(0, bytes.size() * 6 / 10));
+  writeFileBytes(cut, bytes.substr(0, bytes.size() * 6 / 10));
   KtrReader reader;
   ASSERT_EQ(reader.open(cut), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
   EXPECT_GT(reader.frameCount(), 10);
@@ -135,7 +128,7 @@ TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
   const size_t tag = crashed.find("0000000040");
   ASSERT_NE(tag, std::string::npos);
   crashed.replace(tag, 10, "unfinished");
-  writeBytes(path + ".crashed.ktr", crashed);
+  writeFileBytes(path + ".crashed.ktr", crashed);
   ASSERT_EQ(reader.open(path + ".crashed.ktr"), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
   EXPECT_EQ(reader.taggedFrameCount(), -1);
   EXPECT_GT(reader.frameCount(), 10);
@@ -144,18 +137,18 @@ TEST(KtrFile, TruncatedRecordingKeepsEveryCompleteFrame) {
 TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
   const std::string path = writeRecording("ktr_bad", KTR_COMPRESSION_MODE::LOSSLESS, 5);
   const std::string dir = std::filesystem::path(path).parent_path().string();
-  const std::string good = readBytes(path);
+  const std::string good = readFileBytes(path);
   KtrReader reader;
 
   EXPECT_EQ(reader.open(dir + "/missing.ktr"), ERROR_CODE::INVALID_KTR_FILE);
   std::mt19937 gen(3);
   std::string noise(100000, '\0');
   for (char& c : noise) c = char(gen());
-  writeBytes(dir + "/noise.ktr", noise);
+  writeFileBytes(dir + "/noise.ktr", noise);
   EXPECT_EQ(reader.open(dir + "/noise.ktr"), ERROR_CODE::INVALID_KTR_FILE);
-  writeBytes(dir + "/empty.ktr", "");
+  writeFileBytes(dir + "/empty.ktr", "");
   EXPECT_EQ(reader.open(dir + "/empty.ktr"), ERROR_CODE::INVALID_KTR_FILE);
-  writeBytes(dir + "/header_only.ktr", good.substr(0, 200));
+  writeFileBytes(dir + "/header_only.ktr", good.substr(0, 200));
   EXPECT_EQ(reader.open(dir + "/header_only.ktr"), ERROR_CODE::INVALID_KTR_FILE);
 
   // A Matroska file without the pavo.json attachment is not a recording.
@@ -163,7 +156,7 @@ TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
   const size_t name = renamed.find("pavo.json");
   ASSERT_NE(name, std::string::npos);
   renamed.replace(name, 9, "note.json");
-  writeBytes(dir + "/no_json.ktr", renamed);
+  writeFileBytes(dir + "/no_json.ktr", renamed);
   EXPECT_EQ(reader.open(dir + "/no_json.ktr"), ERROR_CODE::INVALID_KTR_FILE);
   EXPECT_NE(std::string(lastErrorDetail().c_str()).find("pavo.json"), std::string::npos);
 
@@ -172,7 +165,7 @@ TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
   const size_t fx = bad_calibration.find("\"fx\"");
   ASSERT_NE(fx, std::string::npos);
   bad_calibration.replace(fx, 4, "\"fq\"");
-  writeBytes(dir + "/bad_calibration.ktr", bad_calibration);
+  writeFileBytes(dir + "/bad_calibration.ktr", bad_calibration);
   EXPECT_EQ(reader.open(dir + "/bad_calibration.ktr"), ERROR_CODE::INVALID_CALIBRATION_FILE);
 
   EXPECT_FALSE(reader.isOpen());
@@ -180,11 +173,11 @@ TEST(KtrFile, BadFilesGiveTheirOwnCodes) {
 
 TEST(KtrFile, DamagedFramesAreReportedAndReadingGoesOn) {
   const std::string path = writeRecording("ktr_damaged", KTR_COMPRESSION_MODE::LOSSLESS, 30);
-  std::string bytes = readBytes(path);
+  std::string bytes = readFileBytes(path);
   std::mt19937 gen(11);
   for (size_t i = bytes.size() / 2; i < bytes.size() / 2 + 2000; ++i) bytes[i] = char(gen());
   const std::string damaged = path + ".damaged.ktr";
-  writeBytes(damaged, bytes);
+  writeFileBytes(damaged, bytes);
   KtrReader reader;
   if (reader.open(damaged) != ERROR_CODE::SUCCESS) GTEST_SKIP() << "the damage hit the file structure";
   cv::Mat frame;

@@ -4,21 +4,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "pv/mesh.h"
+#include "test_utils.h"
 
 namespace mapura::test {
-
-/// The bytes of a file (empty when it cannot be read).
-inline std::string readFileBytes(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
 
 /// A UV sphere of `rings` x `segments` quads (two triangles each), with outward normals,
 /// colours from the position and texture coordinates from the angles.

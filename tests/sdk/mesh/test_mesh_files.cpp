@@ -4,8 +4,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "assimp_info.h"
@@ -18,10 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using pv::MESH_FILE_FORMAT;
 
-void writeBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream f(path, std::ios::binary);
-  f << bytes;
-}
+using mapura::test::writeFileBytes;
 
 pv::Mesh texturedSphere() {
   pv::Mesh m = mapura::test::makeSphereMesh(0.5f, 12, 24);
@@ -157,7 +152,7 @@ TEST(MeshFiles, ThirdPartyReaderReadsOurFiles) {
 }
 
 pv::Mesh loadText(const std::string& dir, const std::string& name, const std::string& text, bool* ok) {
-  writeBytes(dir + "/" + name, text);
+  writeFileBytes(dir + "/" + name, text);
   pv::Mesh m;
   *ok = m.load((dir + "/" + name).c_str());
   return m;
@@ -253,7 +248,7 @@ TEST(MeshFiles, ReadsObjVariants) {
   fs::create_directories(dir + "/sub dir");
   // A material library in a sub-folder with a blank in its name, a texture named with
   // backslashes and the wrong letter case, options before it, negative indices, a polygon.
-  writeBytes(dir + "/sub dir/m.mtl", "newmtl skin\nKd 1 1 1\nmap_Kd -s 1 1 1 -clamp on ..\\TEX.PNG\n");
+  writeFileBytes(dir + "/sub dir/m.mtl", "newmtl skin\nKd 1 1 1\nmap_Kd -s 1 1 1 -clamp on ..\\TEX.PNG\n");
   const pv::Mesh textured = texturedSphere();
   ASSERT_TRUE(textured.save((dir + "/seed.obj").c_str(), MESH_FILE_FORMAT::OBJ));
   fs::rename(dir + "/seed.png", dir + "/tex.png");
@@ -304,7 +299,7 @@ TEST(MeshFiles, ReadsObjVariants) {
   pv::Mesh none;
   EXPECT_FALSE(none.load((dir + "/does_not_exist.obj").c_str()));
   EXPECT_FALSE(none.load((dir + "/sub dir").c_str())) << "a folder";
-  writeBytes(dir + "/mesh.txt", "hello");
+  writeFileBytes(dir + "/mesh.txt", "hello");
   EXPECT_FALSE(none.load((dir + "/mesh.txt").c_str()));
 }
 

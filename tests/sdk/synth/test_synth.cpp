@@ -175,10 +175,5 @@ TEST(Synth, HandheldMotionTurnsFastAndStaysInTheScene) {
   EXPECT_EQ(seq.init(o), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
 }
 
-TEST(Synth, SideFileStemDropsTheExtension) {
-  EXPECT_EQ(internal::sideFileStem("/a/b/room.ktr"), "/a/b/room");
-  EXPECT_EQ(internal::sideFileStem("room"), "room");
-}
-
 }  // namespace
 }  // namespace pv::internal::synth
