@@ -26,4 +26,11 @@ SyntheticPair renderStep(cv::Size size, float background_px, float foreground_px
 double shareWithin(const cv::Mat& estimate, const cv::Mat& truth, const cv::Mat& mask, float tolerance_px);
 double medianError(const cv::Mat& estimate, const cv::Mat& truth, const cv::Mat& mask);
 
+/// Bytes that differ between two CV_32F images of one size (NaN compares unequal as a number,
+/// so the bits are compared): 0 when they are the same, holes included.
+inline int differingBytes(const cv::Mat& a, const cv::Mat& b) {
+  const auto bytes = [](const cv::Mat& m) { return cv::Mat(m.rows, m.cols * 4, CV_8U, m.data, m.step); };
+  return cv::countNonZero(bytes(a) != bytes(b));
+}
+
 }  // namespace mapura::test

@@ -64,23 +64,6 @@ TEST(KtrImport, KittiKeepsImagesCalibrationAndTrajectory) {
   EXPECT_NEAR(poses[1](2, 3), -1.198998, 1e-5);
   EXPECT_NEAR(poses[1](1, 3), 0.02820321, 1e-5);
   EXPECT_NEAR(t[1], 0.1, 1e-9);
-  const Eigen::Matrix4d at_ten = poses[10];
-
-  // Half the rate: frames 0, 2, 4 ... keep their own times and poses.
-  o.every = 2;
-  o.codec = KTR_COMPRESSION_MODE::H264;
-  ASSERT_EQ(importStereoFolder(dir, out, o, &report), ERROR_CODE::SUCCESS) << lastErrorDetail().c_str();
-  EXPECT_EQ(report.frames, 26);
-  EXPECT_DOUBLE_EQ(report.fps, 5);
-  ASSERT_EQ(reader.open(out), ERROR_CODE::SUCCESS);
-  EXPECT_DOUBLE_EQ(reader.metadata().fps, 5);
-  reader.seek(5);
-  ASSERT_EQ(reader.read(sbs, ts, index), ERROR_CODE::SUCCESS);
-  EXPECT_EQ(ts, 1000000000);
-  ASSERT_TRUE(readTumTrajectory(sideFileStem(out) + ".gt.txt", t, poses));
-  ASSERT_EQ(poses.size(), 26u);
-  EXPECT_NEAR(t[5], 1.0, 1e-9);
-  EXPECT_TRUE(poses[5].isApprox(at_ten, 1e-6));
 }
 
 TEST(KtrImport, EurocPairsCamerasByTimestampAndCarriesBodyPosesToTheCamera) {

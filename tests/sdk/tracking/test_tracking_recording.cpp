@@ -85,17 +85,6 @@ TEST(TrackingRecording, TwoPassesOverASynthesizedRoom) {
   // that noise level.
   EXPECT_LE(r.ate_rmse_m, e.ate_rmse_m + 0.0005);
 
-  // The saved area opens again and relocalises the first frame at the origin of its world.
-  camera.disablePositionalTracking();
-  camera.setKTRPosition(30);
-  PositionalTrackingParameters reload;
-  reload.area_file_path = area.c_str();
-  ASSERT_EQ(camera.enablePositionalTracking(reload), ERROR_CODE::SUCCESS);
-  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
-  Pose pose;
-  ASSERT_EQ(camera.getPosition(pose), POSITIONAL_TRACKING_STATE::OK);
-  EXPECT_LT((fromTransform(pose.pose_data).translation() - truth[30].T_world_camera.translation()).norm(), 0.02);
-
   // The first pass stopped half way, then the two-pass mapping over the whole recording, with depth.
   constexpr int kStop = 45;
   Camera cut;
