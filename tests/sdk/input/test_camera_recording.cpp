@@ -189,50 +189,6 @@ TEST(CameraRecording, ImagesGoIntoTheCallersBuffersInEveryView) {
   EXPECT_EQ(camera.retrieveImage(target, VIEW(77)), ERROR_CODE::INVALID_FUNCTION_PARAMETERS);
 }
 
-// Rectified images and the true depth agree: the right image, shifted by the disparity the
-// true depth gives, matches the left one; raw images or a wrong disparity do not.
-TEST(CameraRecording, RectificationMatchesTheTrueGeometry) {
-  internal::synth::SynthOptions o;
-  o.frames = 1;
-  o.resolution = RESOLUTION::VGA;
-  o.codec = KTR_COMPRESSION_MODE::LOSSLESS;
-  o.seed = 9;
-  const std::string path = mapura::test::scratchDir("camera_rectification") + "/room.ktr";
-  ASSERT_EQ(internal::synth::synthesize(o, path), ERROR_CODE::SUCCESS);
-  internal::synth::SyntheticSequence seq;
-  ASSERT_EQ(seq.init(o), ERROR_CODE::SUCCESS);
-  cv::Mat depth;
-  seq.renderDepth(0, depth);
-
-  Camera camera;
-  ASSERT_EQ(camera.open(recordingParameters(path)), ERROR_CODE::SUCCESS);
-  ASSERT_EQ(camera.grab(), ERROR_CODE::SUCCESS);
-  const internal::CameraState& s = *camera.state();
-  const double fb = s.calibration.fx * s.calibration.baseline_m;
-  cv::Mat left, right;
-  s.frame.left_gray.convertTo(left, CV_32F);
-  s.frame.right_gray.convertTo(right, CV_32F);
-  auto meanError = [&](double disparity_offset, int row_offset) {
-    double sum = 0;
-    int n = 0;
-    for (int v = 30; v < depth.rows - 30; v += 3)
-      for (int u = 80; u < depth.cols - 20; u += 3) {
-        const float z = depth.at<float>(v, u);
-        if (z <= 0) continue;
-        const float x = float(u - fb / z + disparity_offset);
-        cv::Mat patch;
-        cv::getRectSubPix(right, cv::Size(1, 1), cv::Point2f(x, float(v + row_offset)), patch);
-        sum += std::abs(patch.at<float>(0) - left.at<float>(v, u));
-        ++n;
-      }
-    return sum / std::max(n, 1);
-  };
-  const double aligned = meanError(0, 0);
-  EXPECT_LT(aligned, 6.0);
-  EXPECT_GT(meanError(3, 0), 1.5 * aligned);
-  EXPECT_GT(meanError(0, 3), 1.5 * aligned);
-}
-
 TEST(CameraRecording, BadInputsFailWithTheirCodesAndLeaveNothingOpen) {
   Camera camera;
   InitParameters p = recordingParameters("/nonexistent/file.ktr");

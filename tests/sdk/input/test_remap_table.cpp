@@ -85,30 +85,5 @@ TEST(RemapTable, ResamplesLikeOpenCvInsideAndOnTheBorder) {
               blocks);
 }
 
-TEST(RemapTable, MildDistortionReadsAlmostEverythingThroughWindows) {
-  // An HD720 eye as cameras have them: the windows must stay exact where rows bend across a block.
-  const cv::Size size(1280, 720);
-  const cv::Mat K = (cv::Mat_<double>(3, 3) << 700, 0, 640, 0, 700, 360, 0, 0, 1);
-  const cv::Mat D = (cv::Mat_<double>(1, 5) << -0.05, 0.01, 0, 0, 0);
-  cv::Mat R;
-  cv::Rodrigues(cv::Vec3d(0.002, -0.01, 0.003), R);
-  cv::Mat map_xy, map_fraction;
-  cv::initUndistortRectifyMap(K, D, R, K, size, CV_16SC2, map_xy, map_fraction);
-  RemapTable table;
-  table.build(map_xy, map_fraction, size);
-  EXPECT_GT(table.windowBlocks(), (size.width / 16) * size.height * 9 / 10);
-
-  cv::Mat bgra(size, CV_8UC4);
-  cv::randu(bgra, 0, 256);
-  cv::Mat bgr_ours, gray_ours, bgr, reference;
-  table.applyBgrGray(bgra, bgr_ours, gray_ours);
-  cv::cvtColor(bgra, bgr, cv::COLOR_BGRA2BGR);
-  cv::remap(bgr, reference, map_xy, map_fraction, cv::INTER_LINEAR);
-  EXPECT_LE(cv::norm(bgr_ours, reference, cv::NORM_INF), 1.0);
-  cv::Mat diff;
-  cv::absdiff(bgr_ours, reference, diff);
-  EXPECT_LT(cv::mean(diff.reshape(1))[0], 0.05);
-}
-
 }  // namespace
 }  // namespace pv::internal

@@ -134,14 +134,5 @@ TEST(VirtualCamera, GainAndExposureActOnBrightness) {
   EXPECT_NEAR(meanOfNextFrame(), automatic, 0.15 * automatic);
 }
 
-TEST(VirtualCamera, NoCameraMeansCameraNotDetected) {
-  unsetenv("PAVO_VIRTUAL_CAMERA");
-  if (!Camera::getDeviceList().empty()) GTEST_SKIP() << "a real camera is connected";
-  Camera camera;
-  EXPECT_EQ(camera.open(liveParameters()), ERROR_CODE::CAMERA_NOT_DETECTED);
-  EXPECT_FALSE(camera.isOpened());
-  EXPECT_EQ(camera.getCameraInformation().serial_number, 0u);
-}
-
 }  // namespace
 }  // namespace pv
