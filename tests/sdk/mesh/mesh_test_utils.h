@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "pv/mesh.h"
-#include "test_utils.h"
 
 namespace mapura::test {
 
