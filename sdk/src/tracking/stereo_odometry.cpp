@@ -106,26 +106,37 @@ bool StereoOdometry::estimatePose(const std::vector<cv::Point3f>& points_world, 
   std::vector<int> ransac_inliers;
   const bool solved = cv::solvePnPRansac(points_world, pixels, K_, cv::noArray(), rvec, tvec, true, 100,
                                          float(parameters_.ransac_px), 0.999, ransac_inliers, cv::SOLVEPNP_ITERATIVE);
-  if (!solved || int(ransac_inliers.size()) < parameters_.min_inliers) return false;
-  // Motion-only refinement on the inliers, then once more on everything that agrees with it.
+  if (!solved) return false;
+  T_world_camera = fromRvecTvec(rvec, tvec);
+  return refinePose(points_world, pixels, ransac_inliers, T_world_camera, inlier);
+}
+
+bool StereoOdometry::refinePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
+                                std::vector<int> consensus, Eigen::Isometry3d& T_world_camera,
+                                std::vector<char>& inlier) const {
+  inlier.assign(pixels.size(), 0);
+  if (int(consensus.size()) < parameters_.min_inliers) return false;
+  cv::Mat rvec, tvec;
+  toRvecTvec(T_world_camera, rvec, tvec);
+  // Motion-only refinement on the consensus, then once more on everything that agrees with it.
   for (int round = 0; round < 2; ++round) {
     std::vector<cv::Point3f> object;
     std::vector<cv::Point2f> image;
-    for (int i : ransac_inliers) {
+    for (int i : consensus) {
       object.push_back(points_world[size_t(i)]);
       image.push_back(pixels[size_t(i)]);
     }
     cv::solvePnPRefineLM(object, image, K_, cv::noArray(), rvec, tvec);
     std::vector<cv::Point2f> projected;
     cv::projectPoints(points_world, rvec, tvec, K_, cv::noArray(), projected);
-    ransac_inliers.clear();
+    consensus.clear();
     for (size_t i = 0; i < pixels.size(); ++i) {
       const cv::Point2f d = projected[i] - pixels[i];
-      if (d.dot(d) < parameters_.ransac_px * parameters_.ransac_px) ransac_inliers.push_back(int(i));
+      if (d.dot(d) < parameters_.ransac_px * parameters_.ransac_px) consensus.push_back(int(i));
     }
-    if (int(ransac_inliers.size()) < parameters_.min_inliers) return false;
+    if (int(consensus.size()) < parameters_.min_inliers) return false;
   }
-  for (int i : ransac_inliers) inlier[size_t(i)] = 1;
+  for (int i : consensus) inlier[size_t(i)] = 1;
   T_world_camera = fromRvecTvec(rvec, tvec);
   return true;
 }
@@ -261,9 +272,11 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
                           ransac, cv::SOLVEPNP_AP3P) ||
       int(ransac.size()) < parameters_.min_inliers)
     return e;
+  // The consensus found without a prior is refined as it is: a second sampling from the found pose
+  // would draw from the same mostly wrong matches.
   e.T_world_camera = fromRvecTvec(rvec, tvec);
   std::vector<char> inlier;
-  if (!estimatePose(object, image, e.T_world_camera, inlier)) return e;
+  if (!refinePose(object, image, ransac, e.T_world_camera, inlier)) return e;
   e.ok = true;
   for (size_t k = 0; k < which.size(); ++k) {
     if (inlier[k])

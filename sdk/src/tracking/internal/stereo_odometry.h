@@ -119,6 +119,10 @@ class StereoOdometry {
   OdometryOutput initialise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   bool estimatePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
                     Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const;
+  /// Motion-only refinement of `T_world_camera` on the `consensus` of a PnP RANSAC, then on every
+  /// correspondence that agrees with it.
+  bool refinePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
+                  std::vector<int> consensus, Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const;
   int makeKeyframe(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   void slideWindow();
   std::vector<float> disparityGuess(const cv::Mat& depth_m, const std::vector<cv::Point2f>& points) const;
