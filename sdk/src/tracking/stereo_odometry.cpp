@@ -213,7 +213,7 @@ bool StereoOdometry::alignSparse(const std::vector<cv::Mat>& levels, const Eigen
   return true;
 }
 
-StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) const {
+StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left, int segment) const {
   Estimate e;
   // The local map: the landmarks of the latest keyframes with their descriptors from every one that
   // saw them (a blurred keyframe's description is not the only one).
@@ -223,7 +223,7 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
   int used = 0;
   for (auto kf = map_.keyframes.rbegin(); kf != map_.keyframes.rend() && used < parameters_.descriptor_keyframes;
        ++kf) {
-    if (kf->second.segment != map_.segment || kf->second.descriptors.rows != int(kf->second.observations.size()))
+    if (kf->second.segment != segment || kf->second.descriptors.rows != int(kf->second.observations.size()))
       continue;
     ++used;
     for (size_t i = 0; i < kf->second.observations.size(); ++i) {
@@ -287,6 +287,16 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
   return e;
 }
 
+bool StereoOdometry::locate(const cv::Mat& left, int segment, Eigen::Isometry3d& T_world_camera,
+                            std::vector<std::pair<int, cv::Point2f>>& inliers) const {
+  const Estimate e = matchDescriptors(left, segment);
+  if (!e.ok) return false;
+  T_world_camera = e.T_world_camera;
+  inliers.clear();
+  for (const Track& t : e.inliers) inliers.emplace_back(t.landmark, t.px);
+  return true;
+}
+
 OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                      int frame_index, double t_s) {
   std::vector<cv::Mat> pyramid;
@@ -331,7 +341,7 @@ OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, 
   if (int(best.inliers.size()) < parameters_.descriptor_fallback_inliers) {
     // Flow failed (a fast turn, a jump between frames far apart): the local map's descriptors need
     // no prior; their pose then guides the flow again for the tracks they did not find.
-    Estimate matched = matchDescriptors(left);
+    Estimate matched = matchDescriptors(left, map_.segment);
     if (matched.ok) {
       Estimate guided = followTracks(pyramid, left.size(), matched.T_world_camera);
       if (guided.inliers.size() > matched.inliers.size()) matched = std::move(guided);

@@ -115,6 +115,24 @@ EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left
   return out;
 }
 
+PlaceMatch TrackingEngine::locateInMeasuredMap(const cv::Mat& left, const cv::Mat& right) const {
+  PlaceMatch match;
+  const int measured = measuredSegment();
+  if (!parameters_.area_memory || map_.segment == measured) return match;
+  std::vector<std::pair<int, cv::Point2f>> inliers;
+  if (!odometry_.locate(left, measured, match.T_world_camera, inliers)) return match;
+  for (auto kf = map_.keyframes.rbegin(); kf != map_.keyframes.rend() && match.keyframe_id < 0; ++kf)
+    if (kf->second.segment == measured) match.keyframe_id = kf->first;
+  for (const auto& [landmark, px] : inliers) {
+    match.landmark_pairs.emplace_back(int(match.query_pixels.size()), landmark);
+    match.query_pixels.push_back(px);
+  }
+  match.inliers = int(inliers.size());
+  match.found = match.keyframe_id >= 0;
+  if (!area_.confirmWithStereo(match, left, right)) match.found = false;
+  return match;
+}
+
 EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                            int frame_index, double t_s) {
   EngineOutput out;
@@ -124,7 +142,10 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
   const Eigen::Vector3d last = T_world_last_.translation();
   PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
   if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
-  if (!area_.confirmWithStereo(match, left, right)) return out;
+  // Lost in a local map placed by a guess: the measured map's latest landmarks, matched as the
+  // odometry matches its own, which asks for fewer of them than a place does.
+  if (!area_.confirmWithStereo(match, left, right)) match = locateInMeasuredMap(left, right);
+  if (!match.found) return out;
   // Back in the keyframe's local map.
   map_.segment = map_.keyframes[match.keyframe_id].segment;
   const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, t_s, match.T_world_camera);
@@ -167,8 +188,9 @@ void TrackingEngine::joinBack(const cv::Mat& left, const cv::Mat& right, const O
   // seen again soon.
   if (unjoined_frames_++ >= parameters_.join_attempt_frames && o.new_keyframe_id < 0) return;
   const Eigen::Vector3d last = T_world_last_.translation();
-  const PlaceMatch match = area_.relocalise(left, &last, unjoined);
-  if (!area_.confirmWithStereo(match, left, right)) return;
+  PlaceMatch match = area_.relocalise(left, &last, unjoined);
+  if (!area_.confirmWithStereo(match, left, right)) match = locateInMeasuredMap(left, right);
+  if (!match.found) return;
   const Eigen::Isometry3d correction = match.T_world_camera * odometry_.pose().inverse();
   area_.joinSegments(unjoined, match.keyframe_id, o.reference_keyframe_id, correction);
   odometry_.applyCorrection(correction);

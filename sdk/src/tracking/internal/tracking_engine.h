@@ -71,6 +71,9 @@ class TrackingEngine {
   int measuredSegment() const;
 
  private:
+  /// The frame among the latest landmarks of the measured map by the odometry's descriptor
+  /// matching, confirmed in stereo; not found when the current map is the measured one.
+  PlaceMatch locateInMeasuredMap(const cv::Mat& left, const cv::Mat& right) const;
   EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
                              double t_s);
   EngineOutput startNewMap(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
