@@ -223,8 +223,7 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left, i
   int used = 0;
   for (auto kf = map_.keyframes.rbegin(); kf != map_.keyframes.rend() && used < parameters_.descriptor_keyframes;
        ++kf) {
-    if (kf->second.segment != segment || kf->second.descriptors.rows != int(kf->second.observations.size()))
-      continue;
+    if (kf->second.segment != segment || kf->second.descriptors.rows != int(kf->second.observations.size())) continue;
     ++used;
     for (size_t i = 0; i < kf->second.observations.size(); ++i) {
       const int landmark = kf->second.observations[i].landmark;

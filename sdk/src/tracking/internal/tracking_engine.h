@@ -104,9 +104,9 @@ class TrackingEngine {
   bool last_guessed_ = false;  ///< the last frame started a local map at a guess
   MotionModel motion_;         ///< as the last frame tracked left it, to place a new local map
   int next_segment_ = 1;
-  int unjoined_frames_ = 0;  ///< frames since the current local map was entered (join attempts)
-  int root_keyframe_ = -1;   ///< the first keyframe of the map tracking started in
-  int root_segment_ = 0;     ///< its segment when it was taken (kept without area memory)
+  int unjoined_frames_ = 0;        ///< frames since the current local map was entered (join attempts)
+  int root_keyframe_ = -1;         ///< the first keyframe of the map tracking started in
+  int root_segment_ = 0;           ///< its segment when it was taken (kept without area memory)
   bool waiting_for_area_ = false;  ///< an adopted area: no pose until relocalised in it
   bool ever_tracked_ = false;
   int culling_checked_ = -1;  ///< keyframes up to this id have been judged by the culling
