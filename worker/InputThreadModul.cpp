@@ -222,8 +222,13 @@ void InputThreadModul::process() {
   if (!finished) {
     ++frame_counter_;
     pv::Pose pose;
-    tracking_state_ = static_cast<int>(camera_.getPosition(pose, pv::REFERENCE_FRAME::WORLD));
-    {
+    const pv::POSITIONAL_TRACKING_STATE tracking = camera_.getPosition(pose, pv::REFERENCE_FRAME::WORLD);
+    tracking_state_ = static_cast<int>(tracking);
+    // While searching the pose is only a guess: the path and the view stay where the camera was
+    // last measured.
+    const bool measured =
+        tracking == pv::POSITIONAL_TRACKING_STATE::OK || tracking == pv::POSITIONAL_TRACKING_STATE::FPS_TOO_LOW;
+    if (measured) {
       std::lock_guard<std::mutex> lock(pose_mutex_);
       pose_ = pose;
     }
@@ -250,7 +255,7 @@ void InputThreadModul::process() {
     if (camera_.getSpatialMappingState() == pv::SPATIAL_MAPPING_STATE::NOT_ENOUGH_MEMORY) end_code_ = MEMORY_FULL;
     emit sendIncrementKTRPos();
     emit sendTrackStatus(tracking_state_);
-    emit sendPath(pose_.pose_data.m);
+    if (measured) emit sendPath(pose_.pose_data.m);
     if (end_code_ == END_BY_USER) return;
   }
   // Idle before the report: the controller answers autoEnd by asking for the end of the scan,

@@ -106,26 +106,37 @@ bool StereoOdometry::estimatePose(const std::vector<cv::Point3f>& points_world, 
   std::vector<int> ransac_inliers;
   const bool solved = cv::solvePnPRansac(points_world, pixels, K_, cv::noArray(), rvec, tvec, true, 100,
                                          float(parameters_.ransac_px), 0.999, ransac_inliers, cv::SOLVEPNP_ITERATIVE);
-  if (!solved || int(ransac_inliers.size()) < parameters_.min_inliers) return false;
-  // Motion-only refinement on the inliers, then once more on everything that agrees with it.
+  if (!solved) return false;
+  T_world_camera = fromRvecTvec(rvec, tvec);
+  return refinePose(points_world, pixels, ransac_inliers, T_world_camera, inlier);
+}
+
+bool StereoOdometry::refinePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
+                                std::vector<int> consensus, Eigen::Isometry3d& T_world_camera,
+                                std::vector<char>& inlier) const {
+  inlier.assign(pixels.size(), 0);
+  if (int(consensus.size()) < parameters_.min_inliers) return false;
+  cv::Mat rvec, tvec;
+  toRvecTvec(T_world_camera, rvec, tvec);
+  // Motion-only refinement on the consensus, then once more on everything that agrees with it.
   for (int round = 0; round < 2; ++round) {
     std::vector<cv::Point3f> object;
     std::vector<cv::Point2f> image;
-    for (int i : ransac_inliers) {
+    for (int i : consensus) {
       object.push_back(points_world[size_t(i)]);
       image.push_back(pixels[size_t(i)]);
     }
     cv::solvePnPRefineLM(object, image, K_, cv::noArray(), rvec, tvec);
     std::vector<cv::Point2f> projected;
     cv::projectPoints(points_world, rvec, tvec, K_, cv::noArray(), projected);
-    ransac_inliers.clear();
+    consensus.clear();
     for (size_t i = 0; i < pixels.size(); ++i) {
       const cv::Point2f d = projected[i] - pixels[i];
-      if (d.dot(d) < parameters_.ransac_px * parameters_.ransac_px) ransac_inliers.push_back(int(i));
+      if (d.dot(d) < parameters_.ransac_px * parameters_.ransac_px) consensus.push_back(int(i));
     }
-    if (int(ransac_inliers.size()) < parameters_.min_inliers) return false;
+    if (int(consensus.size()) < parameters_.min_inliers) return false;
   }
-  for (int i : ransac_inliers) inlier[size_t(i)] = 1;
+  for (int i : consensus) inlier[size_t(i)] = 1;
   T_world_camera = fromRvecTvec(rvec, tvec);
   return true;
 }
@@ -202,7 +213,7 @@ bool StereoOdometry::alignSparse(const std::vector<cv::Mat>& levels, const Eigen
   return true;
 }
 
-StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) const {
+StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left, int segment) const {
   Estimate e;
   // The local map: the landmarks of the latest keyframes with their descriptors from every one that
   // saw them (a blurred keyframe's description is not the only one).
@@ -212,8 +223,7 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
   int used = 0;
   for (auto kf = map_.keyframes.rbegin(); kf != map_.keyframes.rend() && used < parameters_.descriptor_keyframes;
        ++kf) {
-    if (kf->second.segment != map_.segment || kf->second.descriptors.rows != int(kf->second.observations.size()))
-      continue;
+    if (kf->second.segment != segment || kf->second.descriptors.rows != int(kf->second.observations.size())) continue;
     ++used;
     for (size_t i = 0; i < kf->second.observations.size(); ++i) {
       const int landmark = kf->second.observations[i].landmark;
@@ -261,9 +271,11 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
                           ransac, cv::SOLVEPNP_AP3P) ||
       int(ransac.size()) < parameters_.min_inliers)
     return e;
+  // The consensus found without a prior is refined as it is: a second sampling from the found pose
+  // would draw from the same mostly wrong matches.
   e.T_world_camera = fromRvecTvec(rvec, tvec);
   std::vector<char> inlier;
-  if (!estimatePose(object, image, e.T_world_camera, inlier)) return e;
+  if (!refinePose(object, image, ransac, e.T_world_camera, inlier)) return e;
   e.ok = true;
   for (size_t k = 0; k < which.size(); ++k) {
     if (inlier[k])
@@ -272,6 +284,16 @@ StereoOdometry::Estimate StereoOdometry::matchDescriptors(const cv::Mat& left) c
       e.rejected.push_back(image[k]);
   }
   return e;
+}
+
+bool StereoOdometry::locate(const cv::Mat& left, int segment, Eigen::Isometry3d& T_world_camera,
+                            std::vector<std::pair<int, cv::Point2f>>& inliers) const {
+  const Estimate e = matchDescriptors(left, segment);
+  if (!e.ok) return false;
+  T_world_camera = e.T_world_camera;
+  inliers.clear();
+  for (const Track& t : e.inliers) inliers.emplace_back(t.landmark, t.px);
+  return true;
 }
 
 OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
@@ -318,7 +340,7 @@ OdometryOutput StereoOdometry::track(const cv::Mat& left, const cv::Mat& right, 
   if (int(best.inliers.size()) < parameters_.descriptor_fallback_inliers) {
     // Flow failed (a fast turn, a jump between frames far apart): the local map's descriptors need
     // no prior; their pose then guides the flow again for the tracks they did not find.
-    Estimate matched = matchDescriptors(left);
+    Estimate matched = matchDescriptors(left, map_.segment);
     if (matched.ok) {
       Estimate guided = followTracks(pyramid, left.size(), matched.T_world_camera);
       if (guided.inliers.size() > matched.inliers.size()) matched = std::move(guided);

@@ -24,6 +24,13 @@ TrackingEngine::TrackingEngine(const RectifiedCalibration& calibration, const Tr
 void TrackingEngine::adoptArea(MapData area) {
   map_ = std::move(area);
   waiting_for_area_ = !map_.keyframes.empty();
+  root_keyframe_ = waiting_for_area_ ? map_.keyframes.begin()->first : -1;
+  root_segment_ = waiting_for_area_ ? map_.keyframes.begin()->second.segment : map_.segment;
+}
+
+int TrackingEngine::measuredSegment() const {
+  const auto root = map_.keyframes.find(root_keyframe_);
+  return root != map_.keyframes.end() ? root->second.segment : root_segment_;
 }
 
 void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
@@ -34,7 +41,7 @@ void TrackingEngine::afterKeyframe(int id, const cv::Mat& left) {
   if (area_.closeLoop(id, merged)) {
     odometry_.remapLandmarks(merged);
     odometry_.applyCorrection(map_.keyframes[id].T_world_camera * before.inverse());
-    trajectory_->refine(map_);
+    trajectory_->refine(map_, measuredSegment());
   }
   cullRedundantKeyframes();
 }
@@ -77,8 +84,9 @@ void TrackingEngine::cullRedundantKeyframes() {
 }
 
 void TrackingEngine::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_camera) {
-  if (parameters_.keep_trajectory)
-    trajectory_->record(frame_index, keyframe_id, map_.keyframes[keyframe_id].T_world_camera, T_world_camera);
+  if (!parameters_.keep_trajectory) return;
+  const Keyframe& kf = map_.keyframes[keyframe_id];
+  trajectory_->record(frame_index, keyframe_id, kf.T_world_camera, T_world_camera, kf.segment == measuredSegment());
 }
 
 EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left, int frame_index, double t_s,
@@ -86,6 +94,11 @@ EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left
   EngineOutput out;
   ever_tracked_ = true;
   waiting_for_area_ = false;
+  if (root_keyframe_ < 0 && o.new_keyframe_id >= 0) {
+    // The map tracking started in: every other one is placed by a guess until joined to it.
+    root_keyframe_ = o.new_keyframe_id;
+    root_segment_ = map_.segment;
+  }
   if (o.new_keyframe_id >= 0) afterKeyframe(o.new_keyframe_id, left);
   const Eigen::Isometry3d T = odometry_.pose();  // after a loop closure's correction
   record(frame_index, o.reference_keyframe_id, T);
@@ -102,6 +115,24 @@ EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left
   return out;
 }
 
+PlaceMatch TrackingEngine::locateInMeasuredMap(const cv::Mat& left, const cv::Mat& right) const {
+  PlaceMatch match;
+  const int measured = measuredSegment();
+  if (!parameters_.area_memory || map_.segment == measured) return match;
+  std::vector<std::pair<int, cv::Point2f>> inliers;
+  if (!odometry_.locate(left, measured, match.T_world_camera, inliers)) return match;
+  for (auto kf = map_.keyframes.rbegin(); kf != map_.keyframes.rend() && match.keyframe_id < 0; ++kf)
+    if (kf->second.segment == measured) match.keyframe_id = kf->first;
+  for (const auto& [landmark, px] : inliers) {
+    match.landmark_pairs.emplace_back(int(match.query_pixels.size()), landmark);
+    match.query_pixels.push_back(px);
+  }
+  match.inliers = int(inliers.size());
+  match.found = match.keyframe_id >= 0;
+  if (!area_.confirmWithStereo(match, left, right)) match.found = false;
+  return match;
+}
+
 EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                            int frame_index, double t_s) {
   EngineOutput out;
@@ -111,11 +142,15 @@ EngineOutput TrackingEngine::tryRelocalise(const cv::Mat& left, const cv::Mat& r
   const Eigen::Vector3d last = T_world_last_.translation();
   PlaceMatch match = ever_tracked_ ? area_.relocalise(left, &last) : PlaceMatch();
   if (!area_.confirmWithStereo(match, left, right)) match = area_.relocalise(left);
-  if (!area_.confirmWithStereo(match, left, right)) return out;
+  // Lost in a local map placed by a guess: the measured map's latest landmarks, matched as the
+  // odometry matches its own, which asks for fewer of them than a place does.
+  if (!area_.confirmWithStereo(match, left, right)) match = locateInMeasuredMap(left, right);
+  if (!match.found) return out;
   // Back in the keyframe's local map.
   map_.segment = map_.keyframes[match.keyframe_id].segment;
   const OdometryOutput o = odometry_.startAt(left, right, depth, frame_index, t_s, match.T_world_camera);
   if (!o.ok) return out;
+  unjoined_frames_ = 0;
   return accept(o, left, frame_index, t_s, std::min(100, match.inliers));
 }
 
@@ -139,43 +174,36 @@ EngineOutput TrackingEngine::startNewMap(const cv::Mat& left, const cv::Mat& rig
     return out;  // nothing to match in this frame: still searching
   }
   odometry_.setMotion(motion_);
-  if (ever_tracked_) {
-    unjoined_segment_ = map_.segment;
-    unjoined_frames_ = 0;
-  }
-  // A guessed start: little confidence until the new map is joined to the others.
+  unjoined_frames_ = 0;
   const bool guessed = ever_tracked_;
-  EngineOutput started = accept(o, left, frame_index, t_s, guessed ? 10 : 100);
+  EngineOutput started = accept(o, left, frame_index, t_s, 100);
   last_guessed_ = guessed;
   return started;
 }
 
 void TrackingEngine::joinBack(const cv::Mat& left, const cv::Mat& right, const OdometryOutput& o, EngineOutput& out) {
-  if (unjoined_segment_ < 0) return;
-  if (map_.segment != unjoined_segment_ || !parameters_.area_memory) {
-    unjoined_segment_ = -1;  // joined by a loop closure, or back in another map
-    return;
-  }
+  const int unjoined = map_.segment;
+  if (!parameters_.area_memory || unjoined == measuredSegment()) return;
   // Every frame at first, then keyframes: the place this local map started from is most likely
   // seen again soon.
   if (unjoined_frames_++ >= parameters_.join_attempt_frames && o.new_keyframe_id < 0) return;
   const Eigen::Vector3d last = T_world_last_.translation();
-  const PlaceMatch match = area_.relocalise(left, &last, unjoined_segment_);
-  if (!area_.confirmWithStereo(match, left, right)) return;
+  PlaceMatch match = area_.relocalise(left, &last, unjoined);
+  if (!area_.confirmWithStereo(match, left, right)) match = locateInMeasuredMap(left, right);
+  if (!match.found) return;
   const Eigen::Isometry3d correction = match.T_world_camera * odometry_.pose().inverse();
-  area_.joinSegments(unjoined_segment_, match.keyframe_id, o.reference_keyframe_id, correction);
+  area_.joinSegments(unjoined, match.keyframe_id, o.reference_keyframe_id, correction);
   odometry_.applyCorrection(correction);
-  trajectory_->refine(map_);
+  trajectory_->refine(map_, measuredSegment());
   T_world_last_ = T_world_measured_ = odometry_.pose();
   out.T_world_camera = T_world_last_;
-  unjoined_segment_ = -1;
 }
 
 EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth,
                                      int frame_index, double t_s) {
   const bool slow = last_t_s_ >= 0 && t_s - last_t_s_ > parameters_.max_frame_gap_s;
   last_t_s_ = t_s;
-  if (waiting_for_area_) return tryRelocalise(left, right, depth, frame_index, t_s);
+  if (waiting_for_area_) return reported(tryRelocalise(left, right, depth, frame_index, t_s), false);
 
   EngineOutput out;
   out.T_world_camera = T_world_last_;
@@ -205,7 +233,19 @@ EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, 
     }
     out = found;
   }
-  if (out.state == POSITIONAL_TRACKING_STATE::OK && slow) out.state = POSITIONAL_TRACKING_STATE::FPS_TOO_LOW;
+  return reported(std::move(out), slow);
+}
+
+EngineOutput TrackingEngine::reported(EngineOutput out, bool slow) const {
+  if (out.state != POSITIONAL_TRACKING_STATE::OK) return out;
+  if (map_.segment != measuredSegment()) {
+    // Tracked, but in a local map placed where the camera was guessed to be: the pose is only a
+    // guess until that map is joined to the measured one.
+    out.state = POSITIONAL_TRACKING_STATE::SEARCHING;
+    out.confidence = 0;
+  } else if (slow) {
+    out.state = POSITIONAL_TRACKING_STATE::FPS_TOO_LOW;
+  }
   return out;
 }
 
@@ -242,7 +282,7 @@ void TrackingEngine::finalise() {
     // them, so more threads would change the poses' last bits from run to run.
     p.threads = 1;
     bundleAdjust(map_, calibration_, ids, int(firsts.size()), p);
-    trajectory_->refine(map_);
+    trajectory_->refine(map_, measuredSegment());
   }
   trajectory_->setFinal(true);
 }

@@ -3,20 +3,23 @@
 namespace pv::internal {
 
 void TrajectoryStore::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_keyframe,
-                             const Eigen::Isometry3d& T_world_camera) {
+                             const Eigen::Isometry3d& T_world_camera, bool measured) {
   std::lock_guard<std::mutex> lock(mutex_);
   Entry& e = frames_[frame_index];
   e.keyframe_id = keyframe_id;
   e.T_keyframe_camera = T_world_keyframe.inverse() * T_world_camera;
   e.T_world_camera = T_world_camera;
+  e.measured = measured;
   final_ = false;
 }
 
-void TrajectoryStore::refine(const MapData& map) {
+void TrajectoryStore::refine(const MapData& map, int measured_segment) {
   std::lock_guard<std::mutex> lock(mutex_);
   for (auto& [index, e] : frames_) {
     auto kf = map.keyframes.find(e.keyframe_id);
-    if (kf != map.keyframes.end()) e.T_world_camera = kf->second.T_world_camera * e.T_keyframe_camera;
+    if (kf == map.keyframes.end()) continue;
+    e.T_world_camera = kf->second.T_world_camera * e.T_keyframe_camera;
+    e.measured = kf->second.segment == measured_segment;
   }
 }
 
@@ -33,7 +36,7 @@ void TrajectoryStore::reanchor(int from, int to, const Eigen::Isometry3d& T_worl
 bool TrajectoryStore::refinedPose(int frame_index, Eigen::Isometry3d& T_world_camera) const {
   std::lock_guard<std::mutex> lock(mutex_);
   auto it = frames_.find(frame_index);
-  if (it == frames_.end()) return false;
+  if (it == frames_.end() || !it->second.measured) return false;
   T_world_camera = it->second.T_world_camera;
   return true;
 }

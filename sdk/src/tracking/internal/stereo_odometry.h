@@ -75,6 +75,12 @@ class StereoOdometry {
   OdometryOutput startAt(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
                          double t_s, const Eigen::Isometry3d& T_world_camera);
 
+  /// Finds a grey left image among the landmarks of the latest keyframes of local map `segment` by
+  /// their descriptors, without a prior: its pose and the (landmark, pixel) pairs that agree with
+  /// it. Leaves the tracks as they are.
+  bool locate(const cv::Mat& left, int segment, Eigen::Isometry3d& T_world_camera,
+              std::vector<std::pair<int, cv::Point2f>>& inliers) const;
+
   /// Moves the odometry's world frame: poses become T_correction * pose (after a loop closure).
   void applyCorrection(const Eigen::Isometry3d& T_correction);
   /// Renames landmarks followed by the tracks (merged into older ones after a loop closure).
@@ -113,12 +119,16 @@ class StereoOdometry {
   /// T_previous_current by sparse image alignment of the tracks' patches from `T_prior`.
   bool alignSparse(const std::vector<cv::Mat>& levels, const Eigen::Isometry3d& prior,
                    Eigen::Isometry3d& T_previous_current) const;
-  /// Finds the landmarks of the latest keyframes in the frame by their descriptors, then PnP
-  /// without a prior.
-  Estimate matchDescriptors(const cv::Mat& left) const;
+  /// Finds the landmarks of the latest keyframes of local map `segment` in the frame by their
+  /// descriptors, then PnP without a prior.
+  Estimate matchDescriptors(const cv::Mat& left, int segment) const;
   OdometryOutput initialise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   bool estimatePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
                     Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const;
+  /// Motion-only refinement of `T_world_camera` on the `consensus` of a PnP RANSAC, then on every
+  /// correspondence that agrees with it.
+  bool refinePose(const std::vector<cv::Point3f>& points_world, const std::vector<cv::Point2f>& pixels,
+                  std::vector<int> consensus, Eigen::Isometry3d& T_world_camera, std::vector<char>& inlier) const;
   int makeKeyframe(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index);
   void slideWindow();
   std::vector<float> disparityGuess(const cv::Mat& depth_m, const std::vector<cv::Point2f>& points) const;

@@ -5,8 +5,10 @@
 // A frame the odometry cannot follow is looked for in the map (relocalisation); when it is not
 // found there, tracking resumes with that very frame as the start of a new local map, placed
 // where the motion model expects the camera, and loop closure joins that map to the others as
-// soon as one of its keyframes recognises a place. Only a frame with nothing to match in stereo
-// (a blank or covered image) is reported SEARCHING.
+// soon as one of its keyframes recognises a place. Only the local map tracking started in (and
+// those joined to it) is measured: a frame placed in another one is reported SEARCHING with its
+// best guess as the pose, and so is a frame with nothing to match in stereo (a blank or covered
+// image).
 #pragma once
 
 #include <memory>
@@ -65,8 +67,13 @@ class TrackingEngine {
   int loopCount() const { return area_.loopCount(); }
   /// Local maps started at a guessed pose after a loss.
   int restarts() const { return next_segment_ - 1; }
+  /// The local map tracking started in, with every map joined to it since.
+  int measuredSegment() const;
 
  private:
+  /// The frame among the latest landmarks of the measured map by the odometry's descriptor
+  /// matching, confirmed in stereo; not found when the current map is the measured one.
+  PlaceMatch locateInMeasuredMap(const cv::Mat& left, const cv::Mat& right) const;
   EngineOutput tryRelocalise(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
                              double t_s);
   EngineOutput startNewMap(const cv::Mat& left, const cv::Mat& right, const FrameDepth& depth, int frame_index,
@@ -80,6 +87,9 @@ class TrackingEngine {
   /// A frame of a local map started at a guess: when it is recognised in another map, the new map
   /// moves there and becomes part of it.
   void joinBack(const cv::Mat& left, const cv::Mat& right, const OdometryOutput& o, EngineOutput& out);
+  /// What the caller is told: SEARCHING while the pose is only placed by a guess, FPS_TOO_LOW when
+  /// the frame came `slow`ly.
+  EngineOutput reported(EngineOutput out, bool slow) const;
 
   RectifiedCalibration calibration_;
   TrackingEngineParameters parameters_;
@@ -94,8 +104,9 @@ class TrackingEngine {
   bool last_guessed_ = false;  ///< the last frame started a local map at a guess
   MotionModel motion_;         ///< as the last frame tracked left it, to place a new local map
   int next_segment_ = 1;
-  int unjoined_segment_ = -1;  ///< a local map started at a guess, not yet joined to the others
-  int unjoined_frames_ = 0;
+  int unjoined_frames_ = 0;        ///< frames since the current local map was entered (join attempts)
+  int root_keyframe_ = -1;         ///< the first keyframe of the map tracking started in
+  int root_segment_ = 0;           ///< its segment when it was taken (kept without area memory)
   bool waiting_for_area_ = false;  ///< an adopted area: no pose until relocalised in it
   bool ever_tracked_ = false;
   int culling_checked_ = -1;  ///< keyframes up to this id have been judged by the culling
