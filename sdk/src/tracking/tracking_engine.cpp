@@ -29,6 +29,9 @@ void TrackingEngine::adoptArea(MapData area) {
 }
 
 int TrackingEngine::measuredSegment() const {
+  // Without area memory a local map started after a loss can never be joined back: each one is
+  // the best there is, so all of them count as measured.
+  if (!parameters_.area_memory) return -1;
   const auto root = map_.keyframes.find(root_keyframe_);
   return root != map_.keyframes.end() ? root->second.segment : root_segment_;
 }
@@ -86,7 +89,7 @@ void TrackingEngine::cullRedundantKeyframes() {
 void TrackingEngine::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_camera) {
   if (!parameters_.keep_trajectory) return;
   const Keyframe& kf = map_.keyframes[keyframe_id];
-  trajectory_->record(frame_index, keyframe_id, kf.T_world_camera, T_world_camera, kf.segment == measuredSegment());
+  trajectory_->record(frame_index, keyframe_id, kf.T_world_camera, T_world_camera, isMeasured(kf.segment));
 }
 
 EngineOutput TrackingEngine::accept(const OdometryOutput& o, const cv::Mat& left, int frame_index, double t_s,
@@ -236,11 +239,17 @@ EngineOutput TrackingEngine::process(const cv::Mat& left, const cv::Mat& right, 
   return reported(std::move(out), slow);
 }
 
+bool TrackingEngine::isMeasured(int segment) const {
+  const int measured = measuredSegment();
+  return measured < 0 || segment == measured;
+}
+
 EngineOutput TrackingEngine::reported(EngineOutput out, bool slow) const {
   if (out.state != POSITIONAL_TRACKING_STATE::OK) return out;
-  if (map_.segment != measuredSegment()) {
-    // Tracked, but in a local map placed where the camera was guessed to be: the pose is only a
-    // guess until that map is joined to the measured one.
+  if (last_guessed_ || !isMeasured(map_.segment)) {
+    // The frame that starts a local map where the camera was guessed to be, or a frame tracked in
+    // such a map: the pose is only a guess until that map is joined to the measured one (without
+    // area memory, only the frame that starts it).
     out.state = POSITIONAL_TRACKING_STATE::SEARCHING;
     out.confidence = 0;
   } else if (slow) {

@@ -19,7 +19,7 @@ void TrajectoryStore::refine(const MapData& map, int measured_segment) {
     auto kf = map.keyframes.find(e.keyframe_id);
     if (kf == map.keyframes.end()) continue;
     e.T_world_camera = kf->second.T_world_camera * e.T_keyframe_camera;
-    e.measured = kf->second.segment == measured_segment;
+    e.measured = measured_segment < 0 || kf->second.segment == measured_segment;
   }
 }
 

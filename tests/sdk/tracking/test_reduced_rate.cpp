@@ -20,12 +20,13 @@ struct Tracked {
   TrajectoryErrors refined_errors;
 };
 
-Tracked trackSequence(const std::string& format, const std::string& dir, int every) {
+Tracked trackSequence(const std::string& format, const std::string& dir, int every,
+                      const TrackingEngineParameters& parameters = TrackingEngineParameters()) {
   Tracked result;
   mapura::bench::StereoSequence seq;
   std::string error;
   EXPECT_TRUE(mapura::bench::loadSequence(format, dir, every, 0, seq, error)) << error;
-  TrackingEngine engine(seq.calibration, TrackingEngineParameters());
+  TrackingEngine engine(seq.calibration, parameters);
   Trajectory live;
   for (size_t i = 0; i < seq.size(); ++i) {
     cv::Mat left, right;
@@ -94,4 +95,18 @@ TEST(ReducedRate, NoGuessedPoseReportedTrackedAtAThirdOfTheRate) {
     EXPECT_GE(t.refined, size_t(t.tracked));
     EXPECT_LT(t.refined_errors.ate_pct, c.max_ate_pct);
   }
+}
+
+// Without area memory a local map started after a loss can never be joined back, so it is the
+// best pose there is: only the frame placed by the guess is reported searching, tracking goes on
+// from it and the final optimisation keeps the poses, rather than searching for the rest of the run.
+TEST(ReducedRate, WithoutAreaMemoryTrackingGoesOnAfterALoss) {
+  MAPURA_REQUIRE_SHARED(dir, "euroc_mh01_shake_10hz");
+  TrackingEngineParameters parameters;
+  parameters.area_memory = false;
+  const Tracked t = trackSequence("euroc", dir, 3, parameters);
+  EXPECT_EQ(t.frames, 34);
+  EXPECT_EQ(t.tracked, t.frames - 2);  // the two frames a roll and a blur leave unmatched
+  EXPECT_GE(t.refined, size_t(t.tracked));
+  EXPECT_LT(t.errors.ate_pct, 5.0);
 }

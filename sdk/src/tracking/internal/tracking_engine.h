@@ -67,10 +67,13 @@ class TrackingEngine {
   int loopCount() const { return area_.loopCount(); }
   /// Local maps started at a guessed pose after a loss.
   int restarts() const { return next_segment_ - 1; }
-  /// The local map tracking started in, with every map joined to it since.
+  /// The local map tracking started in, with every map joined to it since; -1 without area
+  /// memory, where every local map counts as measured.
   int measuredSegment() const;
 
  private:
+  /// True when a frame placed in local map `segment` is measured, not guessed.
+  bool isMeasured(int segment) const;
   /// The frame among the latest landmarks of the measured map by the odometry's descriptor
   /// matching, confirmed in stereo; not found when the current map is the measured one.
   PlaceMatch locateInMeasuredMap(const cv::Mat& left, const cv::Mat& right) const;

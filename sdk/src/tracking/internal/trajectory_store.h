@@ -27,7 +27,8 @@ class TrajectoryStore {
   void record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_keyframe,
               const Eigen::Isometry3d& T_world_camera, bool measured);
   /// Re-anchors every stored frame on the current pose of its keyframe; the frames whose keyframe
-  /// now belongs to local map `measured_segment` become measured. Thread safe.
+  /// now belongs to local map `measured_segment` become measured (all of them when it is
+  /// negative). Thread safe.
   void refine(const MapData& map, int measured_segment);
   /// The frames tracked from keyframe `from` (about to be removed) follow keyframe `to`, now at
   /// `T_world_to`, from here on. Thread safe.
