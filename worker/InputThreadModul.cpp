@@ -84,6 +84,7 @@ int InputThreadModul::init() {
 
 void InputThreadModul::askSetPosition(int frame) {
   if (state_ != PREVIEW) return;
+  start_frame_ = frame;
   position_changed_ = true;
   camera_.setKTRPosition(frame);
 }
@@ -132,10 +133,8 @@ void InputThreadModul::work() {
 void InputThreadModul::vizuInit() {
   bool grabbed = false;
   if (ktr_input_) {
-    if (position_changed_) {
-      grabbed = camera_.grab(scanRuntimeParameters()) == pv::ERROR_CODE::SUCCESS;
-      position_changed_ = false;
-    }
+    // Cleared before the grab: a seek asked for while it runs gets a grab of its own.
+    if (position_changed_.exchange(false)) grabbed = camera_.grab(scanRuntimeParameters()) == pv::ERROR_CODE::SUCCESS;
   } else {
     grabbed = camera_.grab(scanRuntimeParameters()) == pv::ERROR_CODE::SUCCESS;
   }
@@ -179,6 +178,9 @@ void InputThreadModul::startScan(float range, float resolution, int filterLevel,
 }
 
 void InputThreadModul::initScan() {
+  // The preview's grab has moved the recording past the frame it shows: the scan starts with
+  // that frame, the one the slider names.
+  if (ktr_input_) camera_.setKTRPosition(start_frame_);
   pv::PositionalTrackingParameters tracking;
   tracking.enable_area_memory = true;
   (void)camera_.enablePositionalTracking(tracking);

@@ -125,6 +125,7 @@ class InputThreadModul : public QObject {
   std::mutex pose_mutex_;
   bool fused_point_cloud_mode_ = false;
   std::atomic<bool> position_changed_{false};
+  std::atomic<int> start_frame_{0};  ///< the recording's frame the preview was last asked for
   bool buffers_allocated_ = false;
   std::atomic<int> frame_counter_{0};
   std::atomic<int> last_map_frame_{0};

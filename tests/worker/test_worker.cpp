@@ -31,8 +31,7 @@ class TestWorker : public QObject {
   bool scanRecording(WorkerRun& run, int filter, bool fused, int memory_mb = 2048) {
     ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
     if (run.open(false) != 0) return false;
-    // Started before the worker's first step: the scan reads the recording from its first frame
-    // (a preview step first would take that frame, as a user's preview does).
+    // Started before the worker's first step; the scan reads the recording from its first frame.
     run.start([&] { run.worker->startScan(3.5f, 0.05f, filter, fused, memory_mb); });
     return true;
   }
@@ -168,9 +167,9 @@ class TestWorker : public QObject {
     ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
     QCOMPARE(run.open(false), 0);
     run.start();
-    // The preview shows the last frame, so the scan meets the end of the recording at once.
+    // Moved past the last frame, so the scan meets the end of the recording at once.
     QVERIFY(run.waitFor([&] { return run.view_image->count() > 0; }, 60000));
-    run.worker->askSetPosition(run.worker->ktrFrameCount() - 1);
+    run.worker->askSetPosition(run.worker->ktrFrameCount());
     QVERIFY(run.waitFor([&] { return run.view_image->count() > 3; }, 60000));
     run.worker->startScan(3.5f, 0.05f, 3, false, 2048);
     QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000));
@@ -179,6 +178,22 @@ class TestWorker : public QObject {
     QCOMPARE(run.worker->frameCounter(), 0);
     QCOMPARE(run.the_end->at(0).at(0).toInt(), int(InputThreadModul::END_OF_RECORDING));
     QCOMPARE(filesIn(ProgramStates::qstringAttr(ProgramStates::SCAN_OUTPUT_DIR)), QStringList());
+  }
+
+  // The preview has grabbed the frame the slider shows, moving the recording past it; the scan
+  // still starts with that frame.
+  void scanStartsAtTheFrameShown() {
+    REQUIRE_RECORDING();
+    WorkerRun run;
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    QCOMPARE(run.open(false), 0);
+    run.start();
+    QVERIFY(run.waitFor([&] { return run.view_image->count() > 0; }, 60000));
+    run.worker->askSetPosition(kFrames - 20);
+    QVERIFY(run.waitFor([&] { return run.worker->camera().getKTRPosition() == kFrames - 19; }, 60000));
+    run.worker->startScan(3.5f, 0.05f, 3, true, 2048);
+    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000));
+    QCOMPARE(run.worker->frameCounter(), 20);
   }
 
   // Stopped half way through the pre-processing pass: the area file is written, the scan starts
