@@ -64,7 +64,8 @@ void readModules(pv::Camera& camera, LongScanSample& s) {
     s.keyframes = tracking->engine->map().keyframes.size();
     s.landmarks = tracking->engine->map().landmarks.size();
   }
-  if (const pv::internal::TrajectoryStore* store = pv::internal::trajectoryStore(*state)) s.tracked = store->size();
+  if (const pv::internal::TrajectoryStore* store = pv::internal::trajectoryStore(*state))
+    s.tracked = store->measuredCount();
 }
 
 // The worker's map hand-over: a request once the previous map was taken and more than 40 frames

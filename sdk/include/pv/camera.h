@@ -77,7 +77,9 @@ class Camera {
   // Positional tracking.
   [[nodiscard]] ERROR_CODE enablePositionalTracking(
       PositionalTrackingParameters parameters = PositionalTrackingParameters());
-  /// Pose of the last frame; returns the tracking state (OFF when not enabled).
+  /// Pose of the last frame; returns the tracking state (OFF when not enabled). While SEARCHING
+  /// the pose is only a guess: the last pose held, or one tracked in a local map placed where the
+  /// camera was guessed to be after a loss, until that map is joined to the measured one.
   POSITIONAL_TRACKING_STATE getPosition(Pose& pose, REFERENCE_FRAME reference = REFERENCE_FRAME::WORLD);
   [[nodiscard]] ERROR_CODE saveAreaMap(const String& area_file_path);
   /// Saves the area first when a path is given.

@@ -1,5 +1,7 @@
 #include "tracking/internal/trajectory_store.h"
 
+#include <algorithm>
+
 namespace pv::internal {
 
 void TrajectoryStore::record(int frame_index, int keyframe_id, const Eigen::Isometry3d& T_world_keyframe,
@@ -59,6 +61,11 @@ void TrajectoryStore::setFinal(bool final_poses) {
 size_t TrajectoryStore::size() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return frames_.size();
+}
+
+size_t TrajectoryStore::measuredCount() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return size_t(std::count_if(frames_.begin(), frames_.end(), [](const auto& f) { return f.second.measured; }));
 }
 
 void TrajectoryStore::clear() {

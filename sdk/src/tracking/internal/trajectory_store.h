@@ -42,6 +42,8 @@ class TrajectoryStore {
   bool isFinal() const;
   void setFinal(bool final_poses);
   size_t size() const;
+  /// The stored frames that are measured, not placed in a local map at a guessed pose.
+  size_t measuredCount() const;
   void clear();
 
  private:
