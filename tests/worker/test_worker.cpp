@@ -225,6 +225,37 @@ class TestWorker : public QObject {
     QDir::setCurrent(previous);
   }
 
+  // The worker sets the status text on its own thread through the end of a scan while this
+  // (the GUI) thread copies it, as the busy spinner does on every frame. Every text read is one
+  // the worker wrote, in the order it wrote them; a ThreadSanitizer build reports the access if
+  // the store is left unguarded.
+  void statusTextReadWhileTheWorkerWritesIt() {
+    REQUIRE_RECORDING();
+    const QStringList steps = {"Extracting mesh...", "Filtering mesh ...", "Texturing mesh ..."};
+    WorkerRun run;
+    ProgramStates::setBoolAttr(ProgramStates::APPLY_TEXTURE, true);
+    QVERIFY(scanRecording(run, 1, false));
+    QStringList seen;
+    int reads = 0;
+    QVERIFY(run.waitFor(
+        [&] {
+          const QString text = ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT);
+          ++reads;
+          if (!text.isEmpty() && (seen.isEmpty() || seen.last() != text)) seen << text;
+          return run.send_end->count() + run.reset_needed->count() > 0;
+        },
+        600000));
+    QCOMPARE(run.send_end->count(), 1);
+    QVERIFY(reads > 1);
+    int previous = -1;
+    for (const QString& text : seen) {
+      const int step = steps.indexOf(text);
+      QVERIFY2(step > previous, qPrintable(seen.join(" | ")));
+      previous = step;
+    }
+    QCOMPARE(ProgramStates::qstringAttr(ProgramStates::STATUS_TEXT).value(), steps.last());
+  }
+
   void destructDuringTexturingStopsBeforeTheObj() {
     REQUIRE_RECORDING();
     WorkerRun run;
