@@ -35,6 +35,20 @@ class TestWorker : public QObject {
     run.start([&] { run.worker->startScan(3.5f, 0.05f, filter, fused, memory_mb); });
     return true;
   }
+  // Opens the recording, moves the preview to `frame`, lets it show that frame, then scans from
+  // there to the end of the recording.
+  bool scanFromFrame(WorkerRun& run, int frame, bool fused) {
+    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
+    if (run.open(false) != 0) return false;
+    run.start();
+    if (!run.waitFor([&] { return run.view_image->count() > 0; }, 60000)) return false;
+    const int published = run.view_image->count();
+    run.worker->askSetPosition(frame);
+    // Every preview step publishes an image: two more, and a step begun after the seek has grabbed.
+    if (!run.waitFor([&] { return run.view_image->count() > published + 2; }, 60000)) return false;
+    run.worker->startScan(3.5f, 0.05f, 3, fused, 2048);
+    return run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000);
+  }
   static QStringList filesIn(const QString& dir) { return QDir(dir).entryList(QDir::Files, QDir::Name); }
 
  private slots:
@@ -164,15 +178,8 @@ class TestWorker : public QObject {
   void scanWithoutAnyFrameGivesResetNeededAndNoFile() {
     REQUIRE_RECORDING();
     WorkerRun run;
-    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
-    QCOMPARE(run.open(false), 0);
-    run.start();
     // Moved past the last frame, so the scan meets the end of the recording at once.
-    QVERIFY(run.waitFor([&] { return run.view_image->count() > 0; }, 60000));
-    run.worker->askSetPosition(run.worker->ktrFrameCount());
-    QVERIFY(run.waitFor([&] { return run.view_image->count() > 3; }, 60000));
-    run.worker->startScan(3.5f, 0.05f, 3, false, 2048);
-    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000));
+    QVERIFY(scanFromFrame(run, kFrames, false));
     QCOMPARE(run.reset_needed->count(), 1);
     QCOMPARE(run.send_end->count(), 0);
     QCOMPARE(run.worker->frameCounter(), 0);
@@ -185,14 +192,7 @@ class TestWorker : public QObject {
   void scanStartsAtTheFrameShown() {
     REQUIRE_RECORDING();
     WorkerRun run;
-    ProgramStates::qstringAttr(ProgramStates::KTR_FILE_PATH) = recording_;
-    QCOMPARE(run.open(false), 0);
-    run.start();
-    QVERIFY(run.waitFor([&] { return run.view_image->count() > 0; }, 60000));
-    run.worker->askSetPosition(kFrames - 20);
-    QVERIFY(run.waitFor([&] { return run.worker->camera().getKTRPosition() == kFrames - 19; }, 60000));
-    run.worker->startScan(3.5f, 0.05f, 3, true, 2048);
-    QVERIFY(run.waitFor([&] { return run.send_end->count() + run.reset_needed->count() > 0; }, 120000));
+    QVERIFY(scanFromFrame(run, kFrames - 20, true));
     QCOMPARE(run.worker->frameCounter(), 20);
   }
 
